@@ -1,0 +1,69 @@
+#pragma once
+
+#include <QByteArray>
+#include <QHash>
+#include <QMap>
+#include <QSettings>
+#include <QString>
+#include <QUrl>
+#include <QVariant>
+
+#include <optional>
+
+// The user-defaults store: small typed values under dotted keys
+// ("rz.server", "call.miniBar"). A missing value, or one of another type than
+// asked for, reads as absent.
+class SettingsStore {
+public:
+    using Dictionary = QMap<QString, QString>;
+
+    virtual ~SettingsStore() = default;
+
+    std::optional<bool> boolean(const QString& key) const;
+    std::optional<QString> text(const QString& key) const;
+    std::optional<QUrl> url(const QString& key) const;
+    std::optional<QByteArray> data(const QString& key) const;
+    std::optional<Dictionary> dictionary(const QString& key) const;
+
+    void setBoolean(const QString& key, bool value);
+    void setText(const QString& key, const QString& value);
+    // Kept as the URL's plain text so that the file stays readable.
+    void setUrl(const QString& key, const QUrl& value);
+    void setData(const QString& key, const QByteArray& value);
+    void setDictionary(const QString& key, const Dictionary& value);
+    void remove(const QString& key);
+
+protected:
+    virtual QVariant raw(const QString& key) const = 0;
+    virtual void store(const QString& key, const QVariant& value) = 0;
+    virtual void erase(const QString& key) = 0;
+};
+
+// The real store: an INI file, by default $XDG_CONFIG_HOME/velnor/rz.conf,
+// with every key under [General]. Each write reaches the disk at once.
+class IniSettingsStore final : public SettingsStore {
+public:
+    IniSettingsStore();
+    explicit IniSettingsStore(const QString& path);
+
+    QString path() const { return m_settings.fileName(); }
+
+protected:
+    QVariant raw(const QString& key) const override;
+    void store(const QString& key, const QVariant& value) override;
+    void erase(const QString& key) override;
+
+private:
+    QSettings m_settings;
+};
+
+// For unit tests of logic that keeps settings.
+class MemorySettingsStore final : public SettingsStore {
+protected:
+    QVariant raw(const QString& key) const override { return m_values.value(key); }
+    void store(const QString& key, const QVariant& value) override { m_values.insert(key, value); }
+    void erase(const QString& key) override { m_values.remove(key); }
+
+private:
+    QHash<QString, QVariant> m_values;
+};

@@ -1,0 +1,136 @@
+#include "platform/SettingsStore.h"
+
+#include "Services.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+class IniSettings : public testing::Test {
+protected:
+    QString path() const { return m_dir.filePath("velnor/rz.conf"); }
+    QByteArray fileText() const {
+        QFile file(path());
+        file.open(QIODevice::ReadOnly);
+        return file.readAll();
+    }
+    void writeFile(const QByteArray& text) {
+        QDir().mkpath(m_dir.filePath("velnor"));
+        QFile file(path());
+        file.open(QIODevice::WriteOnly);
+        file.write(text);
+    }
+
+    QTemporaryDir m_dir;
+};
+
+} // namespace
+
+TEST_F(IniSettings, EachTypeReadsBackInAFreshStore) {
+    {
+        IniSettingsStore store(path());
+        store.setBoolean("call.miniBar", true);
+        store.setText("rz.deviceId", "dev-42");
+        store.setUrl("rz.server", QUrl("https://rz.velnor.net/"));
+        store.setData("recents.v1", QByteArray("[{\"a\":1}]\0\xff\x01", 13));
+        store.setDictionary("colleagues.export.map", {{"u1", "c1"}, {"u2", "c, 2"}});
+    }
+    IniSettingsStore store(path());
+    EXPECT_EQ(store.boolean("call.miniBar"), true);
+    EXPECT_EQ(store.text("rz.deviceId"), "dev-42");
+    EXPECT_EQ(store.url("rz.server"), QUrl("https://rz.velnor.net/"));
+    EXPECT_EQ(store.data("recents.v1"), QByteArray("[{\"a\":1}]\0\xff\x01", 13));
+    const SettingsStore::Dictionary expected{{"u1", "c1"}, {"u2", "c, 2"}};
+    EXPECT_EQ(store.dictionary("colleagues.export.map"), expected);
+}
+
+TEST_F(IniSettings, KeysSitUnderGeneralAndUrlsAsPlainText) {
+    IniSettingsStore store(path());
+    store.setUrl("rz.server", QUrl("https://rz.velnor.net/"));
+    store.setBoolean("mac.menuBar", false);
+    const QByteArray text = fileText();
+    EXPECT_TRUE(text.contains("[General]")) << text.toStdString();
+    EXPECT_TRUE(text.contains("rz.server=https://rz.velnor.net/")) << text.toStdString();
+    EXPECT_TRUE(text.contains("mac.menuBar=false")) << text.toStdString();
+}
+
+TEST_F(IniSettings, MissingValuesReadAsAbsent) {
+    IniSettingsStore store(path());
+    EXPECT_EQ(store.boolean("nope"), std::nullopt);
+    EXPECT_EQ(store.text("nope"), std::nullopt);
+    EXPECT_EQ(store.url("nope"), std::nullopt);
+    EXPECT_EQ(store.data("nope"), std::nullopt);
+    EXPECT_EQ(store.dictionary("nope"), std::nullopt);
+}
+
+TEST_F(IniSettings, WronglyTypedValuesReadAsAbsent) {
+    IniSettingsStore store(path());
+    store.setText("rz.server", "not a url at all");
+    store.setText("call.miniBar", "yes please");
+    store.setBoolean("flag", true);
+    store.setData("blob", "bytes");
+    store.setDictionary("map", {{"a", "b"}});
+    EXPECT_EQ(store.url("rz.server"), std::nullopt);
+    EXPECT_EQ(store.boolean("call.miniBar"), std::nullopt);
+    EXPECT_EQ(store.data("call.miniBar"), std::nullopt);
+    EXPECT_EQ(store.dictionary("call.miniBar"), std::nullopt);
+    EXPECT_EQ(store.text("blob"), std::nullopt);
+    EXPECT_EQ(store.text("map"), std::nullopt);
+    EXPECT_EQ(store.boolean("map"), std::nullopt);
+    EXPECT_EQ(store.data("map"), std::nullopt);
+}
+
+TEST_F(IniSettings, AHandEditedFileIsReadAsTyped) {
+    writeFile("[General]\nrz.server=http://127.0.0.1:8480/\ncall.showStats=true\n"
+              "mac.menuBar=1\naccount.username=alice\n");
+    IniSettingsStore store(path());
+    EXPECT_EQ(store.url("rz.server"), QUrl("http://127.0.0.1:8480/"));
+    EXPECT_EQ(store.boolean("call.showStats"), true);
+    EXPECT_EQ(store.boolean("mac.menuBar"), std::nullopt);
+    EXPECT_EQ(store.text("account.username"), "alice");
+}
+
+TEST_F(IniSettings, AGarbledFileReadsAsEmptyAndCanBeWrittenAgain) {
+    writeFile(QByteArray("\xff\xfe\x00garbage=[[\n@Variant(\x01\x02", 30));
+    IniSettingsStore store(path());
+    EXPECT_EQ(store.url("rz.server"), std::nullopt);
+    store.setText("rz.deviceId", "d1");
+    EXPECT_EQ(IniSettingsStore(path()).text("rz.deviceId"), "d1");
+}
+
+TEST_F(IniSettings, RemoveForgetsTheValueOnDisk) {
+    IniSettingsStore store(path());
+    store.setText("rz.deviceId", "d1");
+    store.remove("rz.deviceId");
+    EXPECT_EQ(IniSettingsStore(path()).text("rz.deviceId"), std::nullopt);
+    EXPECT_FALSE(fileText().contains("rz.deviceId"));
+}
+
+TEST_F(IniSettings, TextThatLooksSpecialRoundTrips) {
+    IniSettingsStore store(path());
+    const QString awkward = QString::fromUtf8("@Variant(x), a;b=c \"q\" \\ ü 🙂\nsecond line");
+    store.setText("t", awkward);
+    EXPECT_EQ(IniSettingsStore(path()).text("t"), awkward);
+}
+
+TEST(IniSettingsDefault, LivesInTheUserConfigFolder) {
+    TempHome home;
+    IniSettingsStore store;
+    EXPECT_EQ(store.path(), home.configHome() + "/velnor/rz.conf");
+}
+
+TEST(MemorySettings, FollowsTheSameTypeRules) {
+    MemorySettingsStore store;
+    store.setText("a", "true");
+    store.setBoolean("b", false);
+    store.setData("c", "x");
+    EXPECT_EQ(store.boolean("a"), true);
+    EXPECT_EQ(store.boolean("b"), false);
+    EXPECT_EQ(store.text("c"), std::nullopt);
+    EXPECT_EQ(store.data("c"), QByteArray("x"));
+    store.remove("c");
+    EXPECT_EQ(store.data("c"), std::nullopt);
+}

@@ -1,0 +1,55 @@
+#include "ManualClock.h"
+
+#include "RunTask.h"
+
+#include <gtest/gtest.h>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+QCoro::Task<> sleepThenMark(Clock& clock, std::chrono::milliseconds wait, bool& woke) {
+    co_await clock.sleep(wait);
+    woke = true;
+}
+
+} // namespace
+
+TEST(ManualClock, TimeMovesOnlyWhenAdvanced) {
+    ManualClock clock;
+    const QDateTime start = clock.now();
+    clock.advance(1500ms);
+    EXPECT_EQ(start.msecsTo(clock.now()), 1500);
+}
+
+TEST(ManualClock, ASleeperWakesOnlyWhenItsDeadlinePasses) {
+    ManualClock clock;
+    bool woke = false;
+    auto task = sleepThenMark(clock, 30s, woke);
+    EXPECT_EQ(clock.sleepers(), 1);
+    clock.advance(29s);
+    EXPECT_FALSE(woke);
+    clock.advance(1s);
+    EXPECT_TRUE(woke);
+    EXPECT_EQ(clock.sleepers(), 0);
+}
+
+TEST(ManualClock, SleepersWithDifferentDeadlinesWakeEachAtItsOwn) {
+    ManualClock clock;
+    bool first = false, second = false;
+    auto a = sleepThenMark(clock, 2s, first);
+    auto b = sleepThenMark(clock, 5s, second);
+    clock.advance(3s);
+    EXPECT_TRUE(first);
+    EXPECT_FALSE(second);
+    clock.advance(3s);
+    EXPECT_TRUE(second);
+}
+
+TEST(SystemClock, SleepsOnTheEventLoopAndTellsUtcTime) {
+    Clock& clock = Clock::system();
+    const QDateTime before = clock.now();
+    EXPECT_EQ(before.timeSpec(), Qt::UTC);
+    runTask(clock.sleep(20ms));
+    EXPECT_GE(before.msecsTo(clock.now()), 20);
+}
