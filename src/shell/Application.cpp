@@ -62,6 +62,10 @@ bool Application::showMainWindow() {
     if (QObject* p = palette()) {
         p->setProperty("dark", m_appearance.dark());
     }
+    connect(
+        mainWindow(), &QQuickWindow::frameSwapped, this,
+        [] { Log::info(Log::app, QStringLiteral("Main window shown")); },
+        Qt::SingleShotConnection);
     return true;
 }
 
