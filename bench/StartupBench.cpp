@@ -8,8 +8,8 @@
 #include <QTemporaryDir>
 
 #include <algorithm>
-#include <optional>
 #include <cstdio>
+#include <optional>
 #include <vector>
 
 namespace {
@@ -50,7 +50,8 @@ std::optional<Sample> measure(const QString& program) {
         process.waitForReadyRead(200);
         while (process.canReadLine()) {
             if (process.readLine().contains("Main window shown")) {
-                sample = Sample{double(timer.nsecsElapsed()) / 1e6, residentMb(process.processId())};
+                sample =
+                    Sample{double(timer.nsecsElapsed()) / 1e6, residentMb(process.processId())};
             }
         }
         if (sample) {

@@ -49,8 +49,7 @@ const Json* present(const Json& object, const char* key);
 const Json& requiredValue(const Json& object, const char* key);
 
 // Reads a list of records with a reader for one element.
-template <typename T, typename Read>
-QList<T> list(const Json& value, const char* what, Read read) {
+template <typename T, typename Read> QList<T> list(const Json& value, const char* what, Read read) {
     QList<T> result;
     for (const Json& element : array(value, what)) {
         result.append(read(element));

@@ -19,8 +19,7 @@ void putOptional(OrderedJson& json, const char* key, const std::optional<T>& val
     }
 }
 
-template <typename T>
-std::optional<T> optionalRecord(const Json& json, const char* key) {
+template <typename T> std::optional<T> optionalRecord(const Json& json, const char* key) {
     const Json* value = present(json, key);
     if (!value) {
         return std::nullopt;

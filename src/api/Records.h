@@ -295,7 +295,6 @@ struct Message {
 };
 
 // Decodes a whole reply body into a record: `decode<Me>(bytes)`.
-template <typename T>
-T decode(const QByteArray& body) {
+template <typename T> T decode(const QByteArray& body) {
     return T::fromJson(wire::parse(body));
 }

@@ -64,8 +64,7 @@ bool Application::showMainWindow() {
     }
     connect(
         mainWindow(), &QQuickWindow::frameSwapped, this,
-        [] { Log::info(Log::app, QStringLiteral("Main window shown")); },
-        Qt::SingleShotConnection);
+        [] { Log::info(Log::app, QStringLiteral("Main window shown")); }, Qt::SingleShotConnection);
     return true;
 }
 

@@ -6,8 +6,7 @@
 namespace {
 
 // A reader may fail only with its own error; anything else escaping is a bug.
-template <typename Read>
-void tryRead(Read read) {
+template <typename Read> void tryRead(Read read) {
     try {
         read();
     } catch (const wire::DecodeError&) {

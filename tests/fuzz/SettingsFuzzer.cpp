@@ -14,8 +14,14 @@ QTemporaryDir& folder() {
     return dir;
 }
 
-const char* const keys[] = {"rz.server", "rz.deviceId", "recents.v1", "colleagues.export",
-                            "colleagues.export.map", "call.miniBar", "General/x", ""};
+const char* const keys[] = {"rz.server",
+                            "rz.deviceId",
+                            "recents.v1",
+                            "colleagues.export",
+                            "colleagues.export.map",
+                            "call.miniBar",
+                            "General/x",
+                            ""};
 
 } // namespace
 

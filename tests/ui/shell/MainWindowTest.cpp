@@ -74,7 +74,8 @@ TEST_F(MainWindow, FollowsTheDarkAppearance) {
 TEST_F(MainWindow, SwitchesAppearanceWhileOpen) {
     show(false);
     ASSERT_NE(window, nullptr);
-    EXPECT_EQ(QColor(screenshot(window, "main-window-before-switch").pixel(4, 4)), QColor("#FFFFFF"));
+    EXPECT_EQ(QColor(screenshot(window, "main-window-before-switch").pixel(4, 4)),
+              QColor("#FFFFFF"));
     app.palette()->setProperty("dark", true);
     const QImage image = screenshot(window, "main-window-switched");
     EXPECT_EQ(QColor(image.pixel(4, 4)), QColor("#151619"));
