@@ -1,8 +1,11 @@
 import QtQuick
 import QtQuick.Controls
 
+// The main window: what it shows follows the session's state.
 ApplicationWindow {
     id: window
+
+    required property QtObject session
 
     title: "velnor RZ"
     width: 920
@@ -16,23 +19,38 @@ ApplicationWindow {
     // The shell reaches the palette through here to keep it in step with the desktop.
     readonly property QtObject theme: Theme
 
-    Column {
-        anchors.centerIn: parent
-        spacing: 14
-
-        Image {
-            anchors.horizontalCenter: parent.horizontalCenter
-            source: "qrc:/images/net.velnor.rz.svg"
-            sourceSize: Qt.size(72, 72)
+    Loader {
+        anchors.fill: parent
+        sourceComponent: {
+            switch (window.session.stateName) {
+            case "signedOut":
+            case "signingIn":
+                return login
+            case "signedIn":
+                return signedIn
+            default:
+                return null
+            }
         }
+    }
 
-        Label {
-            anchors.horizontalCenter: parent.horizontalCenter
-            text: "velnor RZ"
-            color: Theme.primaryText
-            font.family: Theme.fontFamily
-            font.weight: Font.DemiBold
-            font.pixelSize: 26
+    Component {
+        id: login
+
+        Item {
+            LoginView {
+                anchors.centerIn: parent
+                width: Math.min(420, parent.width - 48)
+                session: window.session
+            }
+        }
+    }
+
+    Component {
+        id: signedIn
+
+        SignedInView {
+            session: window.session
         }
     }
 }

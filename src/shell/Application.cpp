@@ -2,6 +2,7 @@
 
 #include "platform/Log.h"
 
+#include <QDesktopServices>
 #include <QFontDatabase>
 #include <QGuiApplication>
 #include <QIcon>
@@ -17,7 +18,23 @@ const QUrl mainQml(QStringLiteral("qrc:/Velnor/Screens/Main.qml"));
 
 } // namespace
 
-Application::Application(QObject* parent) : QObject(parent) {
+Application::Application(QObject* parent)
+    : QObject(parent), m_ownSettings(std::make_unique<IniSettingsStore>()),
+      m_ownSecrets(std::make_unique<KeychainStore>()) {
+    init(*m_ownSettings, *m_ownSecrets);
+}
+
+Application::Application(SettingsStore& settings, SecureStore& secrets, QObject* parent)
+    : QObject(parent) {
+    init(settings, secrets);
+}
+
+// Members go in reverse order, so the window is gone before the session it shows.
+Application::~Application() = default;
+
+void Application::init(SettingsStore& settings, SecureStore& secrets) {
+    m_session = std::make_unique<Session>(settings, secrets);
+    m_session->setOpenBrowser([](const QUrl& url) { return QDesktopServices::openUrl(url); });
     m_engine.addImportPath(QStringLiteral("qrc:/"));
     connect(&m_appearance, &Appearance::darkChanged, this, [this] {
         if (QObject* p = palette()) {
@@ -53,6 +70,7 @@ QObject* Application::palette() {
 }
 
 bool Application::showMainWindow() {
+    m_engine.setInitialProperties({{QStringLiteral("session"), QVariant::fromValue<QObject*>(m_session.get())}});
     m_engine.load(mainQml);
     if (!mainWindow()) {
         Log::error(Log::app, QStringLiteral("The main window did not load"));
@@ -71,4 +89,38 @@ bool Application::showMainWindow() {
 QQuickWindow* Application::mainWindow() const {
     const auto roots = m_engine.rootObjects();
     return roots.isEmpty() ? nullptr : qobject_cast<QQuickWindow*>(roots.first());
+}
+
+void Application::start() {
+    m_session->restore();
+}
+
+void Application::handleUrl(const QUrl& url) {
+    const QString scheme = url.scheme();
+    if (scheme == u"rzmobile") {
+        Log::info(Log::app, QStringLiteral("Received a sign-in link"));
+        raiseMainWindow();
+        m_session->handleRedirect(url);
+        return;
+    }
+    if (scheme == u"tel" || scheme == u"sip" || scheme == u"callto") {
+        Log::info(Log::phone, QStringLiteral("A %1: link arrived; dialling from links is not "
+                                             "available yet")
+                                  .arg(scheme));
+        return;
+    }
+    Log::info(Log::app, QStringLiteral("Ignored a link of the scheme \"%1\"").arg(scheme));
+}
+
+void Application::raiseMainWindow() {
+    QQuickWindow* window = mainWindow();
+    if (!window) {
+        return;
+    }
+    window->show();
+    window->raise();
+    window->requestActivate();
+    // Where the desktop refuses focus to a window that did not ask for it,
+    // this marks the window as wanting attention instead.
+    window->alert(0);
 }
