@@ -81,9 +81,19 @@ public:
     }
 
 private:
-    enum class Stage { Header, Body, Answering, Closing };
+    enum class Stage { Header, Body, Answering, Draining, Closing };
 
     void readMore() {
+        if (m_stage == Stage::Draining) {
+            // The answer to a body that is too large is out; the rest of the
+            // body is read and dropped so that the client gets to read it.
+            m_drain -= m_socket->readAll().size();
+            if (m_drain <= 0) {
+                m_stage = Stage::Closing;
+                m_socket->disconnectFromHost();
+            }
+            return;
+        }
         if (m_stage == Stage::Header && m_buffer.isEmpty() && !m_socket->isTransactionStarted()) {
             // Kept so that an upgrade request can be handed over unread.
             m_socket->startTransaction();
@@ -126,6 +136,7 @@ private:
                     return;
                 }
                 if (m_length > HttpServer::maxBody) {
+                    m_drain = m_length - m_buffer.size();
                     fail(413, "body larger than 8 MiB");
                     return;
                 }
@@ -253,6 +264,10 @@ private:
         }
         m_socket->write(out);
         if (!m_keepAlive) {
+            if (m_drain > 0 && m_drain <= 8 * HttpServer::maxBody) {
+                m_stage = Stage::Draining;
+                return;
+            }
             m_stage = Stage::Closing;
             m_socket->disconnectFromHost();
             return;
@@ -280,6 +295,7 @@ private:
     Stage m_stage = Stage::Header;
     HttpRequest m_request;
     qint64 m_length = 0;
+    qint64 m_drain = 0;
     bool m_keepAlive = true;
 };
 

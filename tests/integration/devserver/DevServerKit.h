@@ -254,3 +254,29 @@ private:
 };
 
 } // namespace kit
+
+namespace kit {
+
+// A server with one user signed in, and requests on that user's behalf.
+struct SignedIn {
+    explicit SignedIn(const QStringList& arguments = {}, const QString& user = "u-001")
+        : server(arguments), tokens(signIn(server, network, user)) {}
+
+    HttpResult get(const QString& path, QList<QPair<QByteArray, QByteArray>> headers = {}) {
+        return httpRequest(network, "GET", server.url(path), {}, bearer(tokens.access) + headers);
+    }
+    HttpResult send(const QByteArray& method, const QString& path, const json& body) {
+        return httpRequest(network, method, server.url(path), dump(body), bearerJson(tokens.access));
+    }
+    HttpResult raw(const QByteArray& method, const QString& path, const QByteArray& body = {},
+                   QList<QPair<QByteArray, QByteArray>> headers = {}) {
+        return httpRequest(network, method, server.url(path), body,
+                           bearer(tokens.access) + headers);
+    }
+
+    DevServer server;
+    QNetworkAccessManager network;
+    Tokens tokens;
+};
+
+} // namespace kit
