@@ -190,7 +190,13 @@ public:
         return m_connected;
     }
 
-    void send(const json& frame) { m_socket.sendTextMessage(QString::fromStdString(frame.dump())); }
+    // Frames given to a socket that is still opening would be lost.
+    void send(const json& frame) {
+        if (!waitConnected()) {
+            throw std::runtime_error("the websocket did not open");
+        }
+        m_socket.sendTextMessage(QString::fromStdString(frame.dump()));
+    }
 
     void sub(const std::string& topic) { send(json{{"type", "sub"}, {"topic", topic}}); }
 
