@@ -182,7 +182,7 @@ void Server::addControlRoutes() {
         for (const auto& d : m_model.devices) {
             devices.push_back(Json{{"id", d.id}, {"userId", d.userId}, {"installId", d.installId},
                                    {"name", d.name}, {"platform", d.platform}, {"model", d.model},
-                                   {"sipUsername", d.sipUsername}});
+                                   {"sipUsername", d.sipUsername}, {"password", d.password}});
         }
         Json messages = Json::array();
         for (const auto& m : m_model.messages) {

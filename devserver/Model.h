@@ -160,6 +160,7 @@ public:
     std::vector<LiveCall> calls;
     std::vector<Json> conferences;
     std::string realm = "rz.local";
+    int avatarSerial = 1;
 
 private:
     void makeCallLog(const User& owner);

@@ -2,10 +2,13 @@
 
 #include "OAuthLogic.h"
 
+#include <QRandomGenerator>
 #include <QTimer>
 #include <QUrl>
 #include <QUuid>
 #include <QWebSocket>
+
+#include <cstdio>
 
 namespace rzdev {
 
@@ -142,7 +145,50 @@ Server::~Server() {
 }
 
 bool Server::start() {
-    return m_http.listen(m_config.port);
+    if (!m_config.autoApprove.isEmpty() && !findUser(m_config.autoApprove)) {
+        std::fprintf(stderr, "rz-devserver: --auto-approve names no user: %s\n",
+                     qPrintable(m_config.autoApprove));
+        return false;
+    }
+    if (!m_http.listen(m_config.port)) {
+        std::fprintf(stderr, "rz-devserver: cannot listen on 127.0.0.1:%u\n", unsigned(m_config.port));
+        return false;
+    }
+    if (m_config.demo) {
+        startDemoActivity();
+    }
+    return true;
+}
+
+// In the demo the company lives: colleagues change presence and callers come
+// and go in the support queue, so that every screen has something to show.
+void Server::startDemoActivity() {
+    auto* timer = new QTimer(this);
+    timer->setInterval(6000);
+    connect(timer, &QTimer::timeout, this, [this] {
+        static const char* states[] = {"idle", "busy", "ringing", "idle", "offline", "busy"};
+        auto& random = *QRandomGenerator::global();
+        const auto count = std::min<size_t>(m_model.users.size(), 12);
+        User& user = m_model.users[1 + random.bounded(int(count) - 1)];
+        if (user.presence != "dnd") {
+            user.presence = states[random.bounded(int(std::size(states)))];
+            publishPresence(user);
+        }
+        Queue& queue = m_model.queues.front();
+        if (queue.waiting.size() < 4 && random.bounded(2) == 0) {
+            QueueWaiting w;
+            w.callId = m_model.nextId("qc-");
+            w.from = "+49151" + std::to_string(1000000 + random.bounded(8999999));
+            w.position = int(queue.waiting.size()) + 1;
+            w.sinceMs = m_clock.nowMs();
+            queue.waiting.push_back(w);
+        } else if (!queue.waiting.empty()) {
+            queue.waiting.erase(queue.waiting.begin());
+            for (size_t i = 0; i < queue.waiting.size(); ++i) queue.waiting[i].position = int(i) + 1;
+        }
+        publishBoard(queue);
+    });
+    timer->start();
 }
 
 void Server::add(const char* method, const char* pattern, bool bearer, Handler handler) {
@@ -549,9 +595,8 @@ void Server::addRoutes() {
         }
         User* user = m_model.user(c.userId);
         user->avatarJpeg = r.body;
-        static int version = 1;
-        user->avatarVersion = std::max(user->avatarVersion, version) + 1;
-        version = user->avatarVersion;
+        // Versions never repeat, so that no client cache mistakes a new picture for an old one.
+        user->avatarVersion = ++m_model.avatarSerial;
         m_model.directoryChanged();
         return jsonReply(200, Json{{"avatar", m_model.avatarRef(*user)}});
     });
@@ -990,6 +1035,9 @@ void Server::adopt(QWebSocket* ws) {
 void Server::forget(LiveSocket* socket) {
     for (auto it = m_sockets.begin(); it != m_sockets.end(); ++it) {
         if (&*it == socket) {
+            it->pingTimer->stop();
+            it->pingTimer->disconnect(this);
+            it->ws->disconnect(this);
             it->ws->deleteLater();
             m_sockets.erase(it);
             return;

@@ -130,6 +130,7 @@ private:
 
     // Control interface.
     void addControlRoutes();
+    void startDemoActivity();
 
     Config m_config;
     Clock m_clock;

@@ -85,11 +85,13 @@ int main(int argc, char** argv) {
 
     rzdev::Server server(config);
     if (!server.start()) {
-        std::fprintf(stderr, "rz-devserver: cannot listen on 127.0.0.1:%d\n", portValue);
         return 1;
     }
-    std::printf("listening on http://127.0.0.1:%u/\n", unsigned(server.port()));
+    // The first line of standard output is the port alone, for tests that ask for port 0.
+    std::printf("%u\n", unsigned(server.port()));
     std::fflush(stdout);
+    std::fprintf(stderr, "rz-devserver: listening on http://127.0.0.1:%u/%s\n",
+                 unsigned(server.port()), config.demo ? " (demo)" : "");
 
     // SIGTERM and SIGINT end the event loop, so that sockets close cleanly.
     if (::socketpair(AF_UNIX, SOCK_STREAM, 0, signalPipe) == 0) {

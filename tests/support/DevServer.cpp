@@ -68,10 +68,9 @@ QString DevServer::program() {
 
 DevServer::DevServer(const QStringList& arguments) {
     m_process.start(program(), QStringList{"--port", "0"} + arguments);
+    // The first line of standard output is the port the server listens on.
     const auto line = QString::fromUtf8(m_process.readLine());
-    // "listening on http://127.0.0.1:PORT/"
-    const auto colon = line.lastIndexOf(':');
-    m_port = quint16(line.mid(colon + 1).remove('/').toUInt());
+    m_port = quint16(line.toUInt());
     if (m_port == 0) {
         throw std::runtime_error("rz-devserver gave no port: " + line.toStdString());
     }

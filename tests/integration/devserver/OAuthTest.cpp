@@ -220,3 +220,7 @@ TEST(DevServerOAuth, ARequestWithoutAValidBearerIs401WithABody) {
     EXPECT_EQ(httpRequest(network, "GET", server.url("api/me"), {}, bearer(tokens.access)).status,
               401);
 }
+
+TEST(DevServerOAuth, AutoApproveOfAnUnknownUserRefusesToStart) {
+    EXPECT_THROW(DevServer({"--auto-approve", "nobody"}), std::runtime_error);
+}
