@@ -37,6 +37,16 @@ void Server::addControlRoutes() {
     const auto b = body(r);                                                                       \
     if (!b) return bad(400, "malformed JSON body");
 
+    // The demo company as it was at start; tokens, devices and sockets stay.
+    add("POST", "_control/reset", false, [this](const HttpRequest&, const Params&, Context&) {
+        const auto devices = m_model.devices;
+        m_model.loadDemo(m_config.directorySize);
+        m_model.devices = devices;
+        m_faults.clear();
+        m_requests = Json::array();
+        return ok();
+    });
+
     add("GET", "_control/requests", false, [this](const HttpRequest&, const Params&, Context&) {
         return ok(m_requests);
     });

@@ -40,6 +40,11 @@ HttpResponse oauthError(const std::string& code, const std::string& description 
 
 // Parses a JSON object body; on failure `error` holds the answer to give.
 std::optional<Json> objectBody(const HttpRequest& request, HttpResponse& error) {
+    // As a web framework would: a body of another type is not read as JSON.
+    if (!request.header("Content-Type").toLower().startsWith("application/json")) {
+        error = errorReply(415, "unsupported_media_type", "send the body as application/json");
+        return std::nullopt;
+    }
     Json body = Json::parse(request.body.constData(), request.body.constData() + request.body.size(),
                             nullptr, false);
     if (body.is_discarded()) {
@@ -96,6 +101,10 @@ Json normalTarget(const Json& target) {
     if (type == "external") out["number"] = target["number"];
     else if (type != "hangup") out["id"] = target["id"];
     return out;
+}
+
+bool isForm(const HttpRequest& request) {
+    return request.header("Content-Type").toLower().startsWith("application/x-www-form-urlencoded");
 }
 
 std::vector<std::string> splitPath(const QString& path) {
@@ -418,7 +427,11 @@ HttpResponse Server::authorizeDecision(const HttpRequest& request) {
 
 HttpResponse Server::issueTokens(const std::string& userId) {
     const auto access = randomToken(32);
-    const auto refresh = randomToken(32);
+    // Standard base64 on purpose: a refresh token with "+" and "/" shows whether
+    // the client escapes its form bodies.
+    QByteArray raw(30, Qt::Uninitialized);
+    for (auto& b : raw) b = char(QRandomGenerator::system()->bounded(256));
+    const auto refresh = QStringLiteral("rt+") + QString::fromLatin1(raw.toBase64());
     m_access[access] = {userId, m_clock.nowMs() + qint64(m_config.accessTtlS) * 1000, false};
     m_refresh[refresh] = userId;
     auto reply = jsonReply(200, Json{{"access_token", access.toStdString()},
@@ -430,6 +443,7 @@ HttpResponse Server::issueTokens(const std::string& userId) {
 }
 
 HttpResponse Server::token(const HttpRequest& request) {
+    if (!isForm(request)) return oauthError("invalid_request", "send a form body");
     const auto form = decodeForm(request.body);
     if (!form) return oauthError("invalid_request", "malformed form body");
     const auto field = [&](const char* name) { return formValue(*form, name); };
@@ -471,6 +485,7 @@ HttpResponse Server::token(const HttpRequest& request) {
 }
 
 HttpResponse Server::revoke(const HttpRequest& request) {
+    if (!isForm(request)) return oauthError("invalid_request", "send a form body");
     const auto form = decodeForm(request.body);
     if (!form) return oauthError("invalid_request", "malformed form body");
     const auto client = formValue(*form, "client_id");

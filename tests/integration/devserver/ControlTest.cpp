@@ -161,3 +161,12 @@ TEST(DevServerControl, TheModelCanBeReadAndUnknownControlPathsAre404) {
     EXPECT_EQ(httpRequest(s.network, "GET", s.server.url("_control/nothing")).status, 404);
     EXPECT_EQ(httpRequest(s.network, "POST", s.server.url("_control/faults"), "{broken").status, 400);
 }
+
+TEST(DevServerControl, ResetBringsBackTheDemoCompany) {
+    SignedIn s;
+    ASSERT_EQ(s.raw("DELETE", "api/voicemail-messages/vm-1").status, 204);
+    s.server.control("POST", "faults", {{"path", "api/me"}, {"status", 500}});
+    s.server.control("POST", "reset");
+    EXPECT_EQ(s.get("api/me").status, 200);
+    EXPECT_EQ(s.get("api/voicemail-messages/vm-1/audio").status, 200);
+}

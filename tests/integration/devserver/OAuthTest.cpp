@@ -224,3 +224,30 @@ TEST(DevServerOAuth, ARequestWithoutAValidBearerIs401WithABody) {
 TEST(DevServerOAuth, AutoApproveOfAnUnknownUserRefusesToStart) {
     EXPECT_THROW(DevServer({"--auto-approve", "nobody"}), std::runtime_error);
 }
+
+TEST(DevServerOAuth, ARefreshTokenWithAPlusWorksOnlyWhenEscaped) {
+    DevServer server;
+    QNetworkAccessManager network;
+    const auto tokens = signIn(server, network);
+    ASSERT_TRUE(tokens.refresh.contains('+'));
+    // Sent as a URL query leaves it: the form decoder reads a space there.
+    const auto unescaped = httpRequest(
+        network, "POST", server.url("oauth/token"),
+        "grant_type=refresh_token&client_id=rz-mobile&refresh_token=" +
+            QUrl::toPercentEncoding(tokens.refresh, "+"),
+        formHeaders);
+    EXPECT_EQ(oauthError(unescaped).at("error"), "invalid_grant");
+    EXPECT_EQ(refresh(server, network, tokens.refresh).status, 200);
+}
+
+TEST(DevServerOAuth, TheTokenEndpointWantsAFormBody) {
+    DevServer server;
+    QNetworkAccessManager network;
+    const auto verifier = newVerifier();
+    const auto code = authorizeCode(server, network, verifier);
+    const auto asJson = httpRequest(network, "POST", server.url("oauth/token"),
+                                    dump(json{{"grant_type", "authorization_code"}, {"code", code.toStdString()}}),
+                                    {{"Content-Type", "application/json"}});
+    EXPECT_EQ(oauthError(asJson).at("error"), "invalid_request");
+    EXPECT_EQ(exchange(server, network, code, verifier).status, 200);
+}

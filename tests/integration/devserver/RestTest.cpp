@@ -331,6 +331,10 @@ TEST(DevServerRest, BadInputGetsClearAnswers) {
                                  {{"Content-Type", "application/json"}});
     EXPECT_EQ(malformed.status, 400);
     EXPECT_FALSE(malformed.json().at("message").get<std::string>().empty());
+    EXPECT_EQ(s.raw("PATCH", "api/users/u-001", "{\"dnd\":true}", {{"Content-Type", "text/plain"}}).status,
+              415);
+    EXPECT_EQ(s.raw("PATCH", "api/users/u-001", "[true]", {{"Content-Type", "application/json"}}).status,
+              400);
     EXPECT_EQ(s.get("api/nothing-here").status, 404);
     const auto wrong = s.raw("DELETE", "api/me");
     EXPECT_EQ(wrong.status, 405);
