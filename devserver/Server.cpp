@@ -223,6 +223,11 @@ void Server::record(const HttpRequest& request) {
     entry["bodySize"] = request.body.size();
     entry["at"] = m_clock.nowMs();
     m_requests.push_back(std::move(entry));
+    // A long demo would otherwise keep every request forever.
+    constexpr size_t keep = 5000;
+    if (m_requests.size() > keep) {
+        m_requests.erase(m_requests.begin(), m_requests.begin() + (m_requests.size() - keep));
+    }
 }
 
 void Server::handle(const HttpRequest& request, Responder responder) {
@@ -237,6 +242,17 @@ void Server::handle(const HttpRequest& request, Responder responder) {
         return;
     }
     record(request);
+    if (m_config.demo) {
+        // An access line per request, so that the demo shows what the client asks.
+        auto sink = responder.sink;
+        const auto line = request.method + " /" + request.path.toUtf8()
+            + (request.queryText.isEmpty() ? QByteArray() : "?" + request.queryText.toUtf8());
+        responder.sink = std::make_shared<std::function<void(const HttpResponse&)>>(
+            [sink, line](const HttpResponse& response) {
+                std::fprintf(stderr, "%s %d\n", line.constData(), response.status);
+                Responder{sink}.send(response);
+            });
+    }
     for (auto& fault : m_faults) {
         if (fault.remaining <= 0) continue;
         if (!fault.method.isEmpty() && fault.method != request.method) continue;
