@@ -1045,8 +1045,10 @@ void Server::adopt(QWebSocket* ws) {
     LiveSocket* s = &socket;
     ws->setParent(this);
     connect(ws, &QWebSocket::textMessageReceived, this, [this, s](const QString& text) { receive(s, text); });
-    connect(ws, &QWebSocket::binaryMessageReceived, this,
-            [this, s](const QByteArray& bytes) { receive(s, QString::fromUtf8(bytes)); });
+    // The client's frames are text messages; a data message is a client mistake.
+    connect(ws, &QWebSocket::binaryMessageReceived, this, [this, s](const QByteArray&) {
+        send(s, Json{{"type", "error"}, {"code", "text_frames_only"}});
+    });
     connect(ws, &QWebSocket::disconnected, this, [this, s] { forget(s); });
     s->pingTimer = new QTimer(ws);
     s->pingTimer->setInterval(std::max(10, int(m_config.pingIntervalS * 1000)));

@@ -70,6 +70,8 @@ TEST(DevServerLive, AnUnknownTopicGetsAnErrorFrame) {
     EXPECT_EQ(live.nextData().at("type"), "error");
     live.socket().sendTextMessage("not json"); // open by now
     EXPECT_EQ(live.nextData().at("code"), "bad_frame");
+    live.socket().sendBinaryMessage(R"({"type":"sub","topic":"presence"})");
+    EXPECT_EQ(live.nextData().at("code"), "text_frames_only");
     // The socket is still serving.
     live.sub("presence");
     EXPECT_EQ(live.nextData().at("type"), "snapshot");
