@@ -1,0 +1,152 @@
+#pragma once
+
+#include "HttpServer.h"
+#include "Model.h"
+
+#include <QObject>
+#include <QString>
+
+#include <list>
+#include <map>
+#include <memory>
+#include <set>
+#include <vector>
+
+class QTimer;
+class QWebSocket;
+
+namespace rzdev {
+
+struct Edge {
+    std::string transport;
+    std::string host;
+    int port = 0;
+};
+
+struct Config {
+    quint16 port = 8480;
+    QString autoApprove;      // a user id, extension or e-mail
+    int accessTtlS = 3600;
+    std::vector<Edge> edges;
+    double pingIntervalS = 25;
+    int directorySize = 12;
+    bool demo = false;
+};
+
+// Parses "tcp:127.0.0.1:5070".
+std::optional<Edge> parseEdge(const QString& text);
+
+// The dashboard: authorization server, REST interface, live websocket and the
+// control interface for tests, all over one loopback port.
+class Server : public QObject {
+    Q_OBJECT
+public:
+    explicit Server(Config config, QObject* parent = nullptr);
+    ~Server() override;
+
+    bool start();
+    quint16 port() const { return m_http.port(); }
+
+private:
+    struct Params : std::map<std::string, std::string> {
+        const std::string& at(const std::string& key) const { return find(key)->second; }
+    };
+    struct Context {
+        std::string userId;
+    };
+    using Handler = std::function<HttpResponse(const HttpRequest&, const Params&, Context&)>;
+    struct Route {
+        QByteArray method;
+        std::vector<std::string> pattern;
+        bool bearer;
+        Handler handler;
+    };
+    struct Fault {
+        QByteArray method;
+        QString path; // exact, or a prefix when it ends in "*"
+        int remaining = 1;
+        int status = 0;
+        QByteArray body;
+        int delayMs = 0;
+        bool garbage = false;
+    };
+    struct AccessToken {
+        std::string userId;
+        qint64 expiresMs = 0;
+        bool revoked = false;
+    };
+    struct PendingAuthorization {
+        std::string challenge;
+        std::string state;
+    };
+    struct Code {
+        std::string userId;
+        std::string challenge;
+        qint64 expiresMs = 0;
+        bool used = false;
+    };
+    struct LiveSocket {
+        QWebSocket* ws = nullptr;
+        std::string userId;
+        QString token;
+        qint64 expiresMs = 0;
+        std::set<std::string> topics;
+        bool silent = false;
+        bool awaitingPong = false;
+        int pings = 0;
+        int pongs = 0;
+        QTimer* pingTimer = nullptr;
+    };
+
+    void addRoutes();
+    void add(const char* method, const char* pattern, bool bearer, Handler handler);
+    void handle(const HttpRequest& request, Responder responder);
+    HttpResponse dispatch(const HttpRequest& request);
+    std::optional<HttpResponse> upgrade(const HttpRequest& request);
+    void record(const HttpRequest& request);
+    std::optional<std::string> bearerUser(const HttpRequest& request, QString* token = nullptr);
+
+    // Authorization server.
+    HttpResponse authorizePage(const HttpRequest& request);
+    HttpResponse authorizeDecision(const HttpRequest& request);
+    HttpResponse token(const HttpRequest& request);
+    HttpResponse revoke(const HttpRequest& request);
+    HttpResponse issueTokens(const std::string& userId);
+    User* findUser(const QString& key);
+
+    // Live websocket.
+    void adopt(QWebSocket* ws);
+    void receive(LiveSocket* socket, const QString& text);
+    void subscribe(LiveSocket* socket, const std::string& topic);
+    void send(LiveSocket* socket, const Json& frame);
+    void publish(const std::string& topic, const Json& data);
+    void publishMine(const std::string& userId, const Json& data);
+    void publishPresence(const User& user);
+    void publishBoard(const Queue& queue);
+    void publishCall(const LiveCall& call);
+    void checkExpiry();
+    void closeSocket(LiveSocket* socket, int code, const QString& reason);
+    void forget(LiveSocket* socket);
+
+    // Control interface.
+    void addControlRoutes();
+    void startDemoActivity();
+
+    Config m_config;
+    Clock m_clock;
+    Model m_model;
+    HttpServer m_http;
+    std::vector<Route> m_routes;
+    std::vector<Fault> m_faults;
+    Json m_requests = Json::array();
+    std::map<QString, AccessToken> m_access;
+    std::map<QString, std::string> m_refresh; // live refresh token -> user
+    std::map<QString, PendingAuthorization> m_pending;
+    std::map<QString, Code> m_codes;
+    std::list<LiveSocket> m_sockets;
+    std::map<quint16, std::pair<std::string, QString>> m_handshakes; // peer port -> user, token
+    bool m_silentSockets = false;
+    QTimer* m_expiryTimer = nullptr;
+};
+
+} // namespace rzdev
