@@ -2,6 +2,7 @@
 #include "Services.h"
 
 #include <QDeadlineTimer>
+#include <QDir>
 #include <QFile>
 #include <QImage>
 #include <QProcess>
@@ -73,8 +74,7 @@ protected:
         return tool.exitCode();
     }
 
-    // Where on the screen pixels of exactly this colour are, as one rectangle.
-    QRect areaOfColour(const QColor& colour) {
+    QImage grabScreen() {
         QProcess grab;
         grab.setProcessEnvironment(environment());
         grab.start("/usr/bin/import", {"-window", "root", "png:-"});
@@ -83,7 +83,12 @@ protected:
             grab.waitForFinished();
             return {};
         }
-        const QImage screen = QImage::fromData(grab.readAllStandardOutput(), "PNG");
+        return QImage::fromData(grab.readAllStandardOutput(), "PNG");
+    }
+
+    // Where on the screen pixels of exactly this colour are, as one rectangle.
+    QRect areaOfColour(const QColor& colour) {
+        const QImage screen = grabScreen();
         QRect area;
         for (int y = 0; y < screen.height(); ++y) {
             for (int x = 0; x < screen.width(); ++x) {
@@ -126,6 +131,12 @@ TEST_F(SignInEndToEnd, ANewcomerPressesSignInAndEndsUpSignedIn) {
 
     const QByteArray signedIn = waitForLine("Signed in to");
     EXPECT_TRUE(signedIn.contains("as Anna Berger")) << signedIn.toStdString();
+    // The window now shows who is signed in; its "Sign out" button is blue no more.
+    QDeadlineTimer shown(std::chrono::seconds(10));
+    while (areaOfColour(QColor("#3451F6")).width() > 200 && !shown.hasExpired()) {
+    }
+    QDir().mkpath(VELNOR_SCREENSHOTS);
+    grabScreen().save(QString(VELNOR_SCREENSHOTS) + "/signed-in-x11.png");
     QFile opened(scripts.filePath("opened"));
     ASSERT_TRUE(opened.open(QIODevice::ReadOnly));
     EXPECT_TRUE(opened.readAll().contains("/oauth/authorize?response_type=code"));
