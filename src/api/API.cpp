@@ -110,15 +110,15 @@ QByteArray API::Reply::header(const QByteArray& name) const {
     return {};
 }
 
-std::shared_ptr<API> API::make(QUrl server, SecureStore& store, Clock& clock) {
-    return std::shared_ptr<API>(new API(std::move(server), store, clock));
+std::shared_ptr<API> API::make(QUrl server, SecureStore& store, Clock& clock,
+                               std::chrono::milliseconds timeout) {
+    return std::shared_ptr<API>(new API(std::move(server), store, clock, timeout));
 }
 
-API::API(QUrl server, SecureStore& store, Clock& clock)
-    : m_server(std::move(server)), m_store(store), m_clock(clock),
+API::API(QUrl server, SecureStore& store, Clock& clock, std::chrono::milliseconds timeout)
+    : m_server(std::move(server)), m_store(store), m_clock(clock), m_timeout(timeout),
       m_accessExpiry(QDateTime::fromMSecsSinceEpoch(0, Qt::UTC)) {
     m_network.setCookieJar(new NoCookies(&m_network));
-    m_network.setTransferTimeout(requestTimeoutMs);
 }
 
 API::~API() = default;
@@ -184,12 +184,18 @@ QString API::account() const {
 
 QCoro::Task<QNetworkReply*> API::send(QNetworkRequest request, QByteArray method,
                                       std::optional<QByteArray> body) {
-    request.setTransferTimeout(requestTimeoutMs);
+    request.setTransferTimeout(int(m_timeout.count()));
     QNetworkReply* reply = body ? m_network.sendCustomRequest(request, method, *body)
                                 : m_network.sendCustomRequest(request, method);
     co_await reply;
     if (reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).isNull()) {
-        const QString text = reply->errorString();
+        // Nothing here cancels a request, so a cancelled one ran out of time;
+        // the library's own words for that ("Operation canceled") would mislead.
+        const QString text = reply->error() == QNetworkReply::OperationCanceledError
+                                 ? QCoreApplication::translate(
+                                       "API", "The server did not answer within %1 seconds.")
+                                       .arg(double(m_timeout.count()) / 1000.0)
+                                 : reply->errorString();
         reply->deleteLater();
         throw TransportError(text);
     }

@@ -16,6 +16,7 @@
 
 #include <QCoro/QCoroTask>
 
+#include <chrono>
 #include <exception>
 #include <memory>
 #include <optional>
@@ -105,7 +106,9 @@ public:
     static constexpr int requestTimeoutMs = 60'000;
 
     static std::shared_ptr<API> make(QUrl server, SecureStore& store,
-                                     Clock& clock = Clock::system());
+                                     Clock& clock = Clock::system(),
+                                     std::chrono::milliseconds timeout =
+                                         std::chrono::milliseconds(requestTimeoutMs));
     ~API() override;
 
     const QUrl& server() const { return m_server; }
@@ -136,7 +139,7 @@ public:
     int refreshCount() const { return m_refreshCount; }
 
 private:
-    API(QUrl server, SecureStore& store, Clock& clock);
+    API(QUrl server, SecureStore& store, Clock& clock, std::chrono::milliseconds timeout);
 
     QString account() const;
     QCoro::Task<Tokens> postToken(Form form);
@@ -148,6 +151,7 @@ private:
     const QUrl m_server;
     SecureStore& m_store;
     Clock& m_clock;
+    const std::chrono::milliseconds m_timeout;
     std::optional<QString> m_accessToken;
     QDateTime m_accessExpiry;
     std::shared_ptr<RefreshFlight> m_refreshing;

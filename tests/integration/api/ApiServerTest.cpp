@@ -273,3 +273,15 @@ TEST_F(ApiServer, ANetworkFailureIsTheTransportsOwnAndKeepsTheToken) {
     }
     EXPECT_TRUE(storedRefreshToken());
 }
+
+TEST_F(ApiServer, AServerThatDoesNotAnswerInTimeSaysSo) {
+    api = API::make(server.url(), store, clock, 300ms);
+    signIn();
+    server.control("POST", "faults", {{"path", "api/me"}, {"delayMs", 3000}});
+    try {
+        runTask(api->request("api/me"));
+        FAIL() << "no failure";
+    } catch (const API::TransportError& error) {
+        EXPECT_EQ(error.text(), "The server did not answer within 0.3 seconds.");
+    }
+}
