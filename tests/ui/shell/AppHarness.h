@@ -69,6 +69,21 @@ protected:
                      "exec \"" VELNOR_APP_PATH "\" \"$location\"\n");
         script.close();
         QFile::setPermissions(browser, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+
+        // It is this home's default web browser, as a desktop records one, so
+        // that a browser installed on the machine is not asked instead.
+        QDir().mkpath(home.dataHome() + "/applications");
+        QFile entry(home.dataHome() + "/applications/test-browser.desktop");
+        ASSERT_TRUE(entry.open(QIODevice::WriteOnly));
+        entry.write("[Desktop Entry]\nType=Application\nName=Test browser\nExec=" +
+                    browser.toUtf8() +
+                    " %u\nMimeType=x-scheme-handler/http;x-scheme-handler/https;\n");
+        entry.close();
+        QFile defaults(home.configHome() + "/mimeapps.list");
+        ASSERT_TRUE(defaults.open(QIODevice::WriteOnly));
+        defaults.write("[Default Applications]\nx-scheme-handler/http=test-browser.desktop\n"
+                       "x-scheme-handler/https=test-browser.desktop\n");
+        defaults.close();
     }
 
     QProcessEnvironment environment() const {
