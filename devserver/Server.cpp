@@ -379,7 +379,8 @@ HttpResponse Server::authorizePage(const HttpRequest& request) {
     }
     const auto challenge = q("code_challenge");
     if (challenge.size() < 43) return refuse("code_challenge missing or too short");
-    const auto state = q("state").toStdString();
+    const auto state = request.query.hasQueryItem("state") ? std::optional(q("state").toStdString())
+                                                           : std::nullopt;
     const auto id = randomToken(12);
     m_pending[id] = {challenge.toStdString(), state};
 
@@ -432,7 +433,9 @@ HttpResponse Server::authorizeDecision(const HttpRequest& request) {
         m_codes[code] = {user->id, pending.challenge, m_clock.nowMs() + codeLifetimeMs, false};
         query.addQueryItem("code", code);
     }
-    query.addQueryItem("state", QString::fromStdString(pending.state));
+    if (pending.state) {
+        query.addQueryItem("state", QString::fromStdString(*pending.state));
+    }
     target.setQuery(query);
     HttpResponse reply;
     reply.status = 302;

@@ -77,7 +77,7 @@ private:
     };
     struct PendingAuthorization {
         std::string challenge;
-        std::string state;
+        std::optional<std::string> state;
     };
     struct Code {
         std::string userId;
