@@ -160,7 +160,7 @@ TEST(DevServerLive, QueueBoardsChangeWithAgentsAndEnd) {
 }
 
 TEST(DevServerLive, EveryPingExpectsAPong) {
-    SignedIn s({"--ping-interval", "0.2"});
+    SignedIn s({"--ping-interval", "0.5"});
     LiveClient live(s.server, s.tokens.access);
     ASSERT_TRUE(live.waitConnected());
     for (int i = 0; i < 3; ++i) {
