@@ -143,6 +143,8 @@ function(velnor_test name)
         target_link_libraries(${name} PRIVATE velnor_testmain_${T_MAIN})
     endif()
     velnor_warnings(${name})
+    # Failures print Qt text as text.
+    target_compile_options(${name} PRIVATE -include ${PROJECT_SOURCE_DIR}/tests/support/QtPrinters.h)
     gtest_discover_tests(${name}
         TEST_PREFIX "${name}."
         DISCOVERY_TIMEOUT 60

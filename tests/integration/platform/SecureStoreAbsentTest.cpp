@@ -14,15 +14,15 @@ TEST(NoSecretService, ReadsGiveNoneWritesAreDroppedAndOneLineIsLogged) {
 
     StderrCapture capture;
     runTask(store.save("token", "net.velnor.rz.oauth", "https://rz.velnor.net/"));
-    EXPECT_EQ(runTask(store.read("net.velnor.rz.oauth", "https://rz.velnor.net/")),
-              std::nullopt);
+    EXPECT_EQ(runTask(store.read("net.velnor.rz.oauth", "https://rz.velnor.net/")), std::nullopt);
     runTask(store.remove("net.velnor.rz.oauth", "https://rz.velnor.net/"));
     runTask(store.save("again", "net.velnor.rz.sip", "1001"));
     const QString written = QString::fromUtf8(capture.take());
 
     const auto lines = written.split(u'\n', Qt::SkipEmptyParts).filter("Secret Service");
     ASSERT_EQ(lines.size(), 1) << written.toStdString();
-    EXPECT_TRUE(lines.first().contains("[app] Secret Service unavailable")) << written.toStdString();
+    EXPECT_TRUE(lines.first().contains("[app] Secret Service unavailable"))
+        << written.toStdString();
 }
 
 TEST(NoSessionBus, EveryOperationStillEndsQuietly) {
@@ -30,7 +30,6 @@ TEST(NoSessionBus, EveryOperationStillEndsQuietly) {
     qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/velnor-test-bus");
     KeychainStore store;
     runTask(store.save("token", "net.velnor.rz.oauth", "https://rz.velnor.net/"));
-    EXPECT_EQ(runTask(store.read("net.velnor.rz.oauth", "https://rz.velnor.net/")),
-              std::nullopt);
+    EXPECT_EQ(runTask(store.read("net.velnor.rz.oauth", "https://rz.velnor.net/")), std::nullopt);
     runTask(store.remove("net.velnor.rz.oauth", "https://rz.velnor.net/"));
 }

@@ -25,7 +25,8 @@ TEST(LogLine, AnEmptyMessageStillEndsTheLine) {
 
 TEST(LogLine, IsIso8601TimeOfDay) {
     const QString line = Log::line(QTime::currentTime(), u"call", u"m");
-    EXPECT_TRUE(QRegularExpression(R"(^\d\d:\d\d:\d\d\.\d\d\d \[call\] m\n$)").match(line).hasMatch())
+    EXPECT_TRUE(
+        QRegularExpression(R"(^\d\d:\d\d:\d\d\.\d\d\d \[call\] m\n$)").match(line).hasMatch())
         << line.toStdString();
 }
 
@@ -33,7 +34,8 @@ TEST(LogWrite, PutsOneWholeLinePerMessageOnStandardError) {
     StderrCapture capture;
     Log::error(Log::phone, u"Registration failed: wrong password");
     const QByteArray written = capture.take();
-    EXPECT_TRUE(QRegularExpression(R"(^\d\d:\d\d:\d\d\.\d\d\d \[phone\] Registration failed: wrong password\n$)")
+    EXPECT_TRUE(QRegularExpression(
+                    R"(^\d\d:\d\d:\d\d\.\d\d\d \[phone\] Registration failed: wrong password\n$)")
                     .match(QString::fromUtf8(written))
                     .hasMatch())
         << written.toStdString();

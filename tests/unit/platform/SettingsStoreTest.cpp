@@ -94,7 +94,8 @@ TEST_F(IniSettings, AHandEditedFileIsReadAsTyped) {
 }
 
 TEST_F(IniSettings, AGarbledFileReadsAsEmptyAndCanBeWrittenAgain) {
-    writeFile(QByteArray("\xff\xfe\x00garbage=[[\n@Variant(\x01\x02", 30));
+    static const char garbled[] = "\xff\xfe\x00garbage=[[\n@Variant(\x01\x02";
+    writeFile(QByteArray(garbled, sizeof garbled - 1));
     IniSettingsStore store(path());
     EXPECT_EQ(store.url("rz.server"), std::nullopt);
     store.setText("rz.deviceId", "d1");

@@ -53,3 +53,18 @@ TEST(SystemClock, SleepsOnTheEventLoopAndTellsUtcTime) {
     runTask(clock.sleep(20ms));
     EXPECT_GE(before.msecsTo(clock.now()), 20);
 }
+
+TEST(ManualClock, OneAdvancePastSeveralDeadlinesWakesThemInDeadlineOrder) {
+    ManualClock clock;
+    std::vector<int> order;
+    auto sleepThenRecord = [](ManualClock& c, std::chrono::milliseconds wait, int id,
+                              std::vector<int>& into) -> QCoro::Task<> {
+        co_await c.sleep(wait);
+        into.push_back(id);
+    };
+    auto late = sleepThenRecord(clock, 9s, 3, order);
+    auto early = sleepThenRecord(clock, 1s, 1, order);
+    auto middle = sleepThenRecord(clock, 4s, 2, order);
+    clock.advance(10s);
+    EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
+}

@@ -1,0 +1,129 @@
+#pragma once
+
+#include "api/API.h"
+#include "api/Records.h"
+#include "platform/Clock.h"
+#include "platform/SecureStore.h"
+#include "platform/SettingsStore.h"
+
+#include <QObject>
+#include <QString>
+#include <QUrl>
+
+#include <QCoro/QCoroTask>
+
+#include <exception>
+#include <functional>
+#include <memory>
+#include <optional>
+
+// The signed-in state of the whole app: which dashboard, who the user is,
+// whether the browser sign-in is under way, and what the screens show from
+// the server. It lives on the main thread; every screen observes it.
+class Session : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(State state READ state NOTIFY stateChanged)
+    Q_PROPERTY(QString stateName READ stateName NOTIFY stateChanged)
+    Q_PROPERTY(QString error READ errorText NOTIFY errorChanged)
+    Q_PROPERTY(bool hasError READ hasError NOTIFY errorChanged)
+    Q_PROPERTY(QUrl server READ server NOTIFY serverChanged)
+    Q_PROPERTY(QString serverText READ serverText NOTIFY serverChanged)
+    Q_PROPERTY(QString userName READ userName NOTIFY meChanged)
+public:
+    enum class State { loading, signedOut, signingIn, signedIn };
+    Q_ENUM(State)
+
+    // The browser sign-in in progress.
+    struct PendingAuth {
+        QUrl url;
+        QString verifier;
+        QString state;
+    };
+
+    static constexpr char serverKey[] = "rz.server";
+    static constexpr char deviceIdKey[] = "rz.deviceId";
+    static const QUrl defaultServer;
+    // Left over from development, never shown to a user.
+    static const QUrl developmentServer;
+
+    Session(SettingsStore& settings, SecureStore& secrets, Clock& clock = Clock::system(),
+            QObject* parent = nullptr);
+    ~Session() override;
+
+    State state() const { return m_state; }
+    QString stateName() const;
+    const std::optional<Me>& me() const { return m_me; }
+    QString userName() const { return m_me ? m_me->name : QString(); }
+    const std::optional<Directory>& directory() const { return m_directory; }
+    const std::optional<QString>& error() const { return m_error; }
+    QString errorText() const { return m_error.value_or(QString()); }
+    bool hasError() const { return m_error.has_value(); }
+    const QUrl& server() const { return m_server; }
+    QString serverText() const { return m_server.toString(); }
+    API& api() { return *m_api; }
+    const std::optional<PendingAuth>& pendingAuth() const { return m_pendingAuth; }
+
+    // How the browser is opened; the shell gives the desktop's. False when it could not be.
+    void setOpenBrowser(std::function<bool(const QUrl&)> open) { m_openBrowser = std::move(open); }
+
+    // Writes the text for the screens; a present value is also logged.
+    void setError(std::optional<QString> error);
+    Q_INVOKABLE void clearError() { setError(std::nullopt); }
+
+    // At launch: signed in at once when a refresh token is kept, then enter().
+    QCoro::Task<> restore();
+    Q_INVOKABLE void chooseServer(const QUrl& url);
+    // The login screen's "Other server": spaces and tabs trimmed, text without a scheme ignored.
+    Q_INVOKABLE void chooseServerText(const QString& text);
+    Q_INVOKABLE void signIn();
+    Q_INVOKABLE void cancelSignIn();
+    // The URL the desktop hands over after the browser sign-in.
+    QCoro::Task<> handleRedirect(QUrl url);
+    // The one path into a working client, after a restore and after a sign-in.
+    QCoro::Task<> enter();
+    QCoro::Task<> signOut(bool removeDevice);
+    // Revokes the sign-in on the server and keeps the device for the next one.
+    QCoro::Task<> signOutKeepingDevice();
+    Q_INVOKABLE void signOutFromScreen(bool removeDevice);
+    Q_INVOKABLE void signOutKeepingDeviceFromScreen();
+    void resetLocal();
+
+    void setDirectory(std::optional<Directory> directory);
+    // The colleague a number belongs to: an extension exactly, or a direct
+    // number whose last 10 digits agree (at least 6 of them).
+    std::optional<Directory::Entry> colleague(const QString& number) const;
+    // The colleague's name, else a ring group's with that extension.
+    std::optional<QString> colleagueName(const QString& number) const;
+
+    // The text a failure shows to the user.
+    static QString failureText(std::exception_ptr failure);
+    // The last 10 digits of a number.
+    static QString numberKey(const QString& number);
+
+signals:
+    void stateChanged();
+    void errorChanged();
+    void serverChanged();
+    void meChanged();
+    void directoryChanged();
+
+private:
+    void setState(State state);
+    void setMe(std::optional<Me> me);
+    QCoro::Task<> completeSignIn(QUrl url, PendingAuth pending);
+    static QUrl savedServer(const SettingsStore& settings);
+
+    SettingsStore& m_settings;
+    SecureStore& m_secrets;
+    Clock& m_clock;
+
+    State m_state = State::loading;
+    std::optional<Me> m_me;
+    std::optional<Directory> m_directory;
+    std::optional<QString> m_error;
+    QUrl m_server;
+    std::shared_ptr<API> m_api;
+    std::optional<QString> m_directoryETag;
+    std::optional<PendingAuth> m_pendingAuth;
+    std::function<bool(const QUrl&)> m_openBrowser;
+};

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "platform/SecureStore.h"
+#include "platform/SettingsStore.h"
+#include "session/Session.h"
+#include "shell/Appearance.h"
+
+#include <QObject>
+#include <QQmlApplicationEngine>
+#include <QUrl>
+
+#include <memory>
+
+class QQuickWindow;
+
+// The app's one long-lived value in the GUI process: it makes the stores and
+// the session, loads the fonts, keeps the palette in step with the desktop,
+// shows the main window and takes the links the desktop hands over.
+class Application : public QObject {
+    Q_OBJECT
+public:
+    // With the desktop's own stores: the settings file and the Secret Service.
+    explicit Application(QObject* parent = nullptr);
+    // With stores given by the caller, who keeps them alive.
+    Application(SettingsStore& settings, SecureStore& secrets, QObject* parent = nullptr);
+    ~Application() override;
+
+    Session& session() { return *m_session; }
+
+    // Loads the main window; false (and a log line) when QML failed to load.
+    bool showMainWindow();
+    // Leaves the loading state: a kept sign-in is restored.
+    void start();
+    // A link from the desktop: the sign-in redirect, or a number to dial.
+    void handleUrl(const QUrl& url);
+    // Brings the main window to the front, for a second launch or a link.
+    void raiseMainWindow();
+
+    QQuickWindow* mainWindow() const;
+    QQmlApplicationEngine& engine() { return m_engine; }
+    Appearance& appearance() { return m_appearance; }
+    // The QML palette (the Theme singleton), once the main window has loaded;
+    // its `dark` follows appearance().
+    QObject* palette();
+
+    // The application's identity (name, desktop file, icon) for the desktop.
+    static void describe();
+    // The bundled IBM Plex Sans cuts; false when one of them did not load.
+    static bool loadFonts();
+
+private:
+    void init(SettingsStore& settings, SecureStore& secrets);
+
+    std::unique_ptr<SettingsStore> m_ownSettings;
+    std::unique_ptr<SecureStore> m_ownSecrets;
+    std::unique_ptr<Session> m_session;
+    QQmlApplicationEngine m_engine;
+    Appearance m_appearance;
+};

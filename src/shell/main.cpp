@@ -1,0 +1,49 @@
+#include "platform/Log.h"
+#include "shell/Application.h"
+#include "shell/SingleInstance.h"
+#include "shell/UnixSignals.h"
+
+#include <QGuiApplication>
+#include <QUrl>
+
+int main(int argc, char** argv) {
+    Application::describe();
+    QGuiApplication app(argc, argv);
+
+    // Links come as arguments when the desktop opens one with this app.
+    QStringList links = app.arguments().mid(1);
+    links.removeIf([](const QString& argument) { return argument.startsWith(u'-'); });
+
+    SingleInstance instance;
+    if (instance.handOver(links)) {
+        return 0;
+    }
+    instance.listen();
+
+    UnixSignals signals_;
+    QObject::connect(&signals_, &UnixSignals::quitRequested, &app, [](int signal) {
+        Log::info(Log::app, QStringLiteral("Quitting on signal %1").arg(signal));
+        QCoreApplication::quit();
+    });
+
+    Application::loadFonts();
+    Application application;
+    if (!application.showMainWindow()) {
+        return 1;
+    }
+    QObject::connect(&instance, &SingleInstance::activated, &application,
+                     [&application](const QStringList& handed) {
+                         application.raiseMainWindow();
+                         for (const QString& link : handed) {
+                             application.handleUrl(QUrl(link));
+                         }
+                     });
+    Log::info(Log::app, QStringLiteral("velnor RZ %1 started").arg(QStringLiteral(VELNOR_VERSION)));
+    application.start();
+    for (const QString& link : links) {
+        application.handleUrl(QUrl(link));
+    }
+    const int status = app.exec();
+    Log::info(Log::app, QStringLiteral("velnor RZ stopped"));
+    return status;
+}
