@@ -25,7 +25,7 @@ struct Edge {
 
 struct Config {
     quint16 port = 8480;
-    QString autoApprove;      // a user id, extension or e-mail
+    QString autoApprove; // a user id, extension or e-mail
     int accessTtlS = 3600;
     std::vector<Edge> edges;
     double pingIntervalS = 25;

@@ -6,8 +6,12 @@ using namespace kit;
 
 TEST(DevServerControl, AFaultFailsTheNextRequestsThatMatch) {
     SignedIn s;
-    s.server.control("POST", "faults", {{"method", "GET"}, {"path", "api/me"}, {"count", 2},
-                                        {"status", 503}, {"body", "down for a moment"}});
+    s.server.control("POST", "faults",
+                     {{"method", "GET"},
+                      {"path", "api/me"},
+                      {"count", 2},
+                      {"status", 503},
+                      {"body", "down for a moment"}});
     for (int i = 0; i < 2; ++i) {
         const auto failed = s.get("api/me");
         EXPECT_EQ(failed.status, 503);
@@ -20,8 +24,9 @@ TEST(DevServerControl, AFaultFailsTheNextRequestsThatMatch) {
 
 TEST(DevServerControl, AFaultCanMatchAPrefixAndCarryJson) {
     SignedIn s;
-    s.server.control("POST", "faults", {{"path", "api/voicemail-*"}, {"status", 500},
-                                        {"body", {{"message", "mailbox offline"}}}});
+    s.server.control(
+        "POST", "faults",
+        {{"path", "api/voicemail-*"}, {"status", 500}, {"body", {{"message", "mailbox offline"}}}});
     const auto failed = s.get("api/voicemail-boxes/box-201/messages");
     EXPECT_EQ(failed.status, 500);
     EXPECT_EQ(failed.json(), (json{{"message", "mailbox offline"}}));
@@ -52,7 +57,9 @@ TEST(DevServerControl, AGarbageAnswerDoesNotDecode) {
 TEST(DevServerControl, AFaultCanRefuseTheTokenEndpoint) {
     DevServer server;
     QNetworkAccessManager network;
-    server.control("POST", "faults", {{"path", "oauth/token"}, {"status", 502}, {"body", "<html>bad gateway</html>"}});
+    server.control(
+        "POST", "faults",
+        {{"path", "oauth/token"}, {"status", 502}, {"body", "<html>bad gateway</html>"}});
     const auto verifier = newVerifier();
     const auto code = authorizeCode(server, network, verifier);
     const auto failed = exchange(server, network, code, verifier);
@@ -64,8 +71,8 @@ TEST(DevServerControl, EveryRequestIsRecordedAndTheRecordClears) {
     SignedIn s;
     s.server.control("DELETE", "requests");
     s.get("api/calls?mine=1&limit=50", {{"If-None-Match", "\"x\""}});
-    s.send("PUT", "api/me/forwarding", {{"always", nullptr}, {"busy", nullptr},
-                                        {"noAnswer", nullptr}, {"offline", nullptr}});
+    s.send("PUT", "api/me/forwarding",
+           {{"always", nullptr}, {"busy", nullptr}, {"noAnswer", nullptr}, {"offline", nullptr}});
     const auto record = s.server.control("GET", "requests");
     ASSERT_EQ(record.size(), 2u);
     EXPECT_EQ(record[0].at("method"), "GET");
@@ -73,8 +80,8 @@ TEST(DevServerControl, EveryRequestIsRecordedAndTheRecordClears) {
     EXPECT_EQ(record[0].at("query"), "mine=1&limit=50");
     bool sawBearer = false, sawTag = false;
     for (const auto& header : record[0].at("headers")) {
-        sawBearer |= header[0] == "Authorization" &&
-                     header[1] == "Bearer " + s.tokens.access.toStdString();
+        sawBearer |=
+            header[0] == "Authorization" && header[1] == "Bearer " + s.tokens.access.toStdString();
         sawTag |= header[0] == "If-None-Match" && header[1] == "\"x\"";
     }
     EXPECT_TRUE(sawBearer);
@@ -92,10 +99,13 @@ TEST(DevServerControl, ARawFrameIsPushedToATopicOrToAll) {
     a.nextData();
     b.sub("calls:mine");
     b.nextData();
-    const auto sent = s.server.control("POST", "live/push",
-                                       {{"topic", "presence"}, {"frame", "{\"type\":\"delta\",\"topic\":\"presence\",\"data\":{}}"}});
+    const auto sent =
+        s.server.control("POST", "live/push",
+                         {{"topic", "presence"},
+                          {"frame", "{\"type\":\"delta\",\"topic\":\"presence\",\"data\":{}}"}});
     EXPECT_EQ(sent.at("sent"), 1);
-    EXPECT_EQ(a.nextData(), (json{{"type", "delta"}, {"topic", "presence"}, {"data", json::object()}}));
+    EXPECT_EQ(a.nextData(),
+              (json{{"type", "delta"}, {"topic", "presence"}, {"data", json::object()}}));
     s.server.control("POST", "live/push", {{"frame", {{"type", "surprise"}}}});
     EXPECT_EQ(a.nextData(), (json{{"type", "surprise"}}));
     EXPECT_EQ(b.nextData(), (json{{"type", "surprise"}}));
@@ -156,10 +166,12 @@ TEST(DevServerControl, TheModelCanBeReadAndUnknownControlPathsAre404) {
     EXPECT_GE(model.at("users").size(), 12u);
     EXPECT_EQ(model.at("queues").size(), 2u);
     EXPECT_GE(model.at("callLogRows").get<int>(), 300);
-    const auto added = s.server.control("POST", "voicemail", {{"caller", "+4930111"}, {"durationS", 3}});
+    const auto added =
+        s.server.control("POST", "voicemail", {{"caller", "+4930111"}, {"durationS", 3}});
     EXPECT_EQ(s.get("api/voicemail-boxes/box-201/messages").json()[0].at("id"), added.at("id"));
     EXPECT_EQ(httpRequest(s.network, "GET", s.server.url("_control/nothing")).status, 404);
-    EXPECT_EQ(httpRequest(s.network, "POST", s.server.url("_control/faults"), "{broken").status, 400);
+    EXPECT_EQ(httpRequest(s.network, "POST", s.server.url("_control/faults"), "{broken").status,
+              400);
 }
 
 TEST(DevServerControl, ResetBringsBackTheDemoCompany) {
