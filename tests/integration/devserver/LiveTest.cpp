@@ -292,3 +292,36 @@ TEST(DevServerLive, RecordingFollowsThePolicy) {
     EXPECT_EQ(refused.status, 403);
     EXPECT_TRUE(refused.json().at("statusMessage").is_string());
 }
+
+TEST(DevServerLive, MergeAndConferenceRequestsAreChecked) {
+    SignedIn s;
+    s.server.control("POST", "calls", {{"call", call("c-a", "sip-a")}});
+    s.server.control("POST", "calls", {{"call", call("c-z", "sip-z")}, {"owner", "u-002"}});
+    EXPECT_EQ(s.send("POST", "api/calls/c-a/merge", json::object()).status, 400);
+    EXPECT_EQ(s.send("POST", "api/calls/c-a/merge", {{"with", "c-a"}}).status, 400);
+    EXPECT_EQ(s.send("POST", "api/calls/c-a/merge", {{"with", "c-none"}}).status, 404);
+    EXPECT_EQ(s.send("POST", "api/calls/c-a/merge", {{"with", "c-z"}}).status, 404); // not hers
+    EXPECT_EQ(s.send("POST", "api/calls/c-none/merge", {{"with", "c-a"}}).status, 404);
+
+    s.server.control(
+        "POST", "conferences",
+        {{"conference", {{"id", "conf-x"}, {"locked", false}, {"participants", json::array()}}}});
+    EXPECT_EQ(
+        s.send("POST", "api/conferences/conf-x/participants/p-none/mute", {{"muted", true}}).status,
+        404);
+    EXPECT_EQ(s.raw("DELETE", "api/conferences/conf-x/participants/p-none").status, 404);
+    EXPECT_EQ(s.send("PATCH", "api/conferences/conf-x", {{"locked", "yes"}}).status, 400);
+    EXPECT_EQ(
+        s.send("POST", "api/conferences/conf-x/participants", {{"target", {{"type", "group"}}}})
+            .status,
+        400);
+    EXPECT_EQ(s.send("POST", "api/conferences/conf-x/participants",
+                     {{"target", {{"type", "user"}, {"id", "nobody"}}}})
+                  .status,
+              400);
+    EXPECT_EQ(s.send("PATCH", "api/conferences/conf-none", {{"locked", true}}).status, 404);
+    EXPECT_EQ(s.send("POST", "api/conferences/conf-x/participants",
+                     {{"target", {{"type", "user"}, {"id", "u-005"}}}})
+                  .status,
+              204);
+}

@@ -150,6 +150,9 @@ TEST(DevServerRest, AnAppDeviceIsStablePerInstallAndCarriesTheEdges) {
     EXPECT_EQ(s.send("POST", "api/me/app-device", broken).status, 400);
 
     const auto path = "api/devices/" + QString::fromStdString(device.at("deviceId"));
+    QNetworkAccessManager other;
+    const auto ben = signIn(s.server, other, "u-002");
+    EXPECT_EQ(httpRequest(other, "DELETE", s.server.url(path), {}, bearer(ben.access)).status, 403);
     EXPECT_EQ(s.raw("DELETE", path).status, 204);
     EXPECT_EQ(s.raw("DELETE", path).status, 404);
 }
