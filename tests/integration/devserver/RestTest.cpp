@@ -150,9 +150,10 @@ TEST(DevServerRest, AnAppDeviceIsStablePerInstallAndCarriesTheEdges) {
     EXPECT_EQ(s.send("POST", "api/me/app-device", broken).status, 400);
 
     const auto path = "api/devices/" + QString::fromStdString(device.at("deviceId"));
-    QNetworkAccessManager other;
-    const auto ben = signIn(s.server, other, "u-002");
-    EXPECT_EQ(httpRequest(other, "DELETE", s.server.url(path), {}, bearer(ben.access)).status, 403);
+    QNetworkAccessManager bensNetwork;
+    const auto ben = signIn(s.server, bensNetwork, "u-002");
+    EXPECT_EQ(httpRequest(bensNetwork, "DELETE", s.server.url(path), {}, bearer(ben.access)).status,
+              403);
     EXPECT_EQ(s.raw("DELETE", path).status, 204);
     EXPECT_EQ(s.raw("DELETE", path).status, 404);
 }
