@@ -50,6 +50,12 @@ void Server::addControlRoutes() {
         return ok();
     });
 
+    // One step of the demo's activity, now.
+    add("POST", "_control/demo/tick", false, [this](const HttpRequest&, const Params&, Context&) {
+        demoTick();
+        return ok();
+    });
+
     add("GET", "_control/requests", false,
         [this](const HttpRequest&, const Params&, Context&) { return ok(m_requests); });
     add("DELETE", "_control/requests", false, [this](const HttpRequest&, const Params&, Context&) {

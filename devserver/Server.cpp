@@ -181,31 +181,34 @@ bool Server::start() {
 void Server::startDemoActivity() {
     auto* timer = new QTimer(this);
     timer->setInterval(6000);
-    connect(timer, &QTimer::timeout, this, [this] {
-        static const char* states[] = {"idle", "busy", "ringing", "idle", "offline", "busy"};
-        auto& random = *QRandomGenerator::global();
-        const auto count = std::min<size_t>(m_model.users.size(), 12);
-        User& user = m_model.users[1 + random.bounded(int(count) - 1)];
-        if (user.presence != "dnd") {
-            user.presence = states[random.bounded(int(std::size(states)))];
-            publishPresence(user);
-        }
-        Queue& queue = m_model.queues.front();
-        if (queue.waiting.size() < 4 && random.bounded(2) == 0) {
-            QueueWaiting w;
-            w.callId = m_model.nextId("qc-");
-            w.from = "+49151" + std::to_string(1000000 + random.bounded(8999999));
-            w.position = int(queue.waiting.size()) + 1;
-            w.sinceMs = m_clock.nowMs();
-            queue.waiting.push_back(w);
-        } else if (!queue.waiting.empty()) {
-            queue.waiting.erase(queue.waiting.begin());
-            for (size_t i = 0; i < queue.waiting.size(); ++i)
-                queue.waiting[i].position = int(i) + 1;
-        }
-        publishBoard(queue);
-    });
+    connect(timer, &QTimer::timeout, this, &Server::demoTick);
     timer->start();
+}
+
+void Server::demoTick() {
+    static const char* states[] = {"idle", "busy", "ringing", "idle", "offline", "busy"};
+    auto& random = *QRandomGenerator::global();
+    const auto count = std::min<size_t>(m_model.users.size(), 12);
+    User& user = m_model.users[1 + random.bounded(int(count) - 1)];
+    if (user.presence != "dnd") {
+        user.presence = states[random.bounded(int(std::size(states)))];
+        publishPresence(user);
+    }
+    Queue& queue = m_model.queues.front();
+    if (queue.waiting.size() < 4 && random.bounded(2) == 0) {
+        QueueWaiting w;
+        w.callId = m_model.nextId("qc-");
+        w.from = "+49151" + std::to_string(1000000 + random.bounded(8999999));
+        w.position = int(queue.waiting.size()) + 1;
+        w.sinceMs = m_clock.nowMs();
+        queue.waiting.push_back(w);
+    } else if (!queue.waiting.empty()) {
+        queue.waiting.erase(queue.waiting.begin());
+        for (size_t i = 0; i < queue.waiting.size(); ++i) {
+            queue.waiting[i].position = int(i) + 1;
+        }
+    }
+    publishBoard(queue);
 }
 
 void Server::add(const char* method, const char* pattern, bool bearer, Handler handler) {

@@ -131,6 +131,7 @@ private:
     // Control interface.
     void addControlRoutes();
     void startDemoActivity();
+    void demoTick();
 
     Config m_config;
     Clock m_clock;

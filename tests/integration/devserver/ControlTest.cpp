@@ -182,3 +182,25 @@ TEST(DevServerControl, ResetBringsBackTheDemoCompany) {
     EXPECT_EQ(s.get("api/me").status, 200);
     EXPECT_EQ(s.get("api/voicemail-messages/vm-1/audio").status, 200);
 }
+
+TEST(DevServerControl, TheDemoActivityMovesPresenceAndTheSupportQueue) {
+    SignedIn s({"--demo"});
+    LiveClient live(s.server, s.tokens.access);
+    live.sub("queue:q-support");
+    live.nextData();
+    live.sub("presence");
+    live.nextData();
+    s.server.control("POST", "demo/tick");
+    // A presence delta unless the colleague picked was on do-not-disturb, then the board.
+    auto frame = live.nextData();
+    if (frame.at("topic") == "presence") {
+        EXPECT_TRUE(frame.at("data").at("state").is_string());
+        frame = live.nextData();
+    }
+    EXPECT_EQ(frame.at("topic"), "queue:q-support");
+    EXPECT_EQ(frame.at("data").at("op"), "board");
+    const auto waiting = frame.at("data").at("board").at("waiting");
+    for (size_t i = 0; i < waiting.size(); ++i) {
+        EXPECT_EQ(waiting[i].at("position"), int(i) + 1);
+    }
+}
