@@ -477,7 +477,7 @@ HttpResponse Server::authorizeDecision(const HttpRequest& request) {
     return reply;
 }
 
-HttpResponse Server::issueTokens(const std::string& userId) {
+HttpResponse Server::issueTokens(const std::string& userId, const std::string& grant) {
     const auto access = randomToken(32);
     // Standard base64 on purpose: a refresh token with "+" and "/" shows whether
     // the client escapes its form bodies.
@@ -485,8 +485,8 @@ HttpResponse Server::issueTokens(const std::string& userId) {
     for (auto& b : raw)
         b = char(QRandomGenerator::system()->bounded(256));
     const auto refresh = QStringLiteral("rt+") + QString::fromLatin1(raw.toBase64());
-    m_access[access] = {userId, m_clock.nowMs() + qint64(m_config.accessTtlS) * 1000, false};
-    m_refresh[refresh] = userId;
+    m_access[access] = {userId, m_clock.nowMs() + qint64(m_config.accessTtlS) * 1000, false, grant};
+    m_refresh[refresh] = {userId, grant};
     auto reply = jsonReply(200, Json{{"access_token", access.toStdString()},
                                      {"token_type", "Bearer"},
                                      {"expires_in", m_config.accessTtlS},
@@ -532,7 +532,7 @@ HttpResponse Server::token(const HttpRequest& request) {
         if (!verifierMatches(*verifier, QString::fromStdString(it->second.challenge))) {
             return oauthError("invalid_grant", "code_verifier does not match the challenge");
         }
-        return issueTokens(it->second.userId);
+        return issueTokens(it->second.userId, m_model.nextId("grant-"));
     }
     if (*grant == QLatin1String("refresh_token")) {
         const auto refresh = field("refresh_token");
@@ -541,9 +541,9 @@ HttpResponse Server::token(const HttpRequest& request) {
         const auto it = m_refresh.find(*refresh);
         if (it == m_refresh.end())
             return oauthError("invalid_grant", "unknown or used refresh token");
-        const auto userId = it->second;
+        const auto next = it->second;
         m_refresh.erase(it); // rotation: a refresh token works once
-        return issueTokens(userId);
+        return issueTokens(next.userId, next.grant);
     }
     return oauthError("unsupported_grant_type");
 }
@@ -560,7 +560,15 @@ HttpResponse Server::revoke(const HttpRequest& request) {
     const auto token = formValue(*form, "token");
     if (!token)
         return oauthError("invalid_request", "token is missing");
-    m_refresh.erase(*token);
+    // A revoked refresh token takes the access tokens of its sign-in with it.
+    if (auto it = m_refresh.find(*token); it != m_refresh.end()) {
+        const auto grant = it->second.grant;
+        m_refresh.erase(it);
+        for (auto& [key, access] : m_access) {
+            if (access.grant == grant)
+                access.revoked = true;
+        }
+    }
     if (auto it = m_access.find(*token); it != m_access.end())
         it->second.revoked = true;
     return HttpResponse::empty(200);

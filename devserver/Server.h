@@ -70,10 +70,16 @@ private:
         int delayMs = 0;
         bool garbage = false;
     };
+    // One sign-in: the access and refresh tokens that follow from one code.
     struct AccessToken {
         std::string userId;
         qint64 expiresMs = 0;
         bool revoked = false;
+        std::string grant;
+    };
+    struct RefreshToken {
+        std::string userId;
+        std::string grant;
     };
     struct PendingAuthorization {
         std::string challenge;
@@ -111,7 +117,7 @@ private:
     HttpResponse authorizeDecision(const HttpRequest& request);
     HttpResponse token(const HttpRequest& request);
     HttpResponse revoke(const HttpRequest& request);
-    HttpResponse issueTokens(const std::string& userId);
+    HttpResponse issueTokens(const std::string& userId, const std::string& grant);
     User* findUser(const QString& key);
 
     // Live websocket.
@@ -141,7 +147,7 @@ private:
     std::vector<Fault> m_faults;
     Json m_requests = Json::array();
     std::map<QString, AccessToken> m_access;
-    std::map<QString, std::string> m_refresh; // live refresh token -> user
+    std::map<QString, RefreshToken> m_refresh; // the refresh tokens not yet used
     std::map<QString, PendingAuthorization> m_pending;
     std::map<QString, Code> m_codes;
     std::list<LiveSocket> m_sockets;

@@ -157,11 +157,17 @@ TEST(DevServerOAuth, RevokeEndsTheRefreshToken) {
     DevServer server;
     QNetworkAccessManager network;
     const auto tokens = signIn(server, network);
+    const auto other = signIn(server, network);
     const auto revoked =
         httpRequest(network, "POST", server.url("oauth/revoke"),
                     form({{"token", tokens.refresh}, {"client_id", "rz-mobile"}}), formHeaders);
     EXPECT_EQ(revoked.status, 200);
     EXPECT_EQ(oauthError(refresh(server, network, tokens.refresh)).at("error"), "invalid_grant");
+    // The access token of that sign-in went with it; another sign-in stays.
+    EXPECT_EQ(httpRequest(network, "GET", server.url("api/me"), {}, bearer(tokens.access)).status,
+              401);
+    EXPECT_EQ(httpRequest(network, "GET", server.url("api/me"), {}, bearer(other.access)).status,
+              200);
 }
 
 TEST(DevServerOAuth, BadTokenRequestsGetTheirOAuthErrors) {
