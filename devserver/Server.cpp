@@ -1148,21 +1148,21 @@ std::optional<HttpResponse> Server::upgrade(const HttpRequest& request) {
     if (!user) {
         return errorReply(401, "invalid_token", "a valid bearer token is required");
     }
-    m_handshakes[request.peerPort] = {*user, token};
+    m_handshakes[request.peerPort] = {*user, token, m_clock.nowMs()};
     return std::nullopt;
 }
 
 void Server::adopt(QWebSocket* ws) {
     const auto it = m_handshakes.find(ws->peerPort());
-    if (it == m_handshakes.end()) {
+    if (it == m_handshakes.end() || !m_access.contains(it->second.token)) {
         ws->abort();
         ws->deleteLater();
         return;
     }
     LiveSocket& socket = m_sockets.emplace_back();
     socket.ws = ws;
-    socket.userId = it->second.first;
-    socket.token = it->second.second;
+    socket.userId = it->second.userId;
+    socket.token = it->second.token;
     socket.expiresMs = m_access[socket.token].expiresMs;
     socket.silent = m_silentSockets;
     m_handshakes.erase(it);
@@ -1311,6 +1311,9 @@ void Server::publishCall(const LiveCall& call) {
 
 void Server::checkExpiry() {
     const auto now = m_clock.nowMs();
+    // A handshake that the websocket server refused leaves its entry; a later
+    // connection from the same port must not inherit it.
+    std::erase_if(m_handshakes, [&](const auto& entry) { return entry.second.atMs < now - 10000; });
     std::vector<LiveSocket*> expired;
     for (auto& socket : m_sockets) {
         const auto it = m_access.find(socket.token);

@@ -151,7 +151,12 @@ private:
     std::map<QString, PendingAuthorization> m_pending;
     std::map<QString, Code> m_codes;
     std::list<LiveSocket> m_sockets;
-    std::map<quint16, std::pair<std::string, QString>> m_handshakes; // peer port -> user, token
+    struct Handshake {
+        std::string userId;
+        QString token;
+        qint64 atMs = 0;
+    };
+    std::map<quint16, Handshake> m_handshakes; // by the client's port, until the socket opens
     bool m_silentSockets = false;
     QTimer* m_expiryTimer = nullptr;
 };
