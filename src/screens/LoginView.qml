@@ -65,8 +65,12 @@ ColumnLayout {
         Layout.rightMargin: 24
         Layout.preferredHeight: 52
         visible: !view.signingIn
+        // The one thing to do here, so the keyboard starts on it.
+        focus: !view.signingIn
         text: qsTr("Sign in with velnor RZ")
         onClicked: view.session.signIn()
+        Keys.onReturnPressed: clicked()
+        Keys.onEnterPressed: clicked()
 
         contentItem: Label {
             text: signInButton.text
@@ -104,6 +108,7 @@ ColumnLayout {
             objectName: "cancelButton"
             Layout.alignment: Qt.AlignHCenter
             flat: true
+            focus: view.signingIn
             text: qsTr("Cancel")
             palette.buttonText: Theme.accent
             onClicked: view.session.cancelSignIn()

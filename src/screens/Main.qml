@@ -21,6 +21,8 @@ ApplicationWindow {
 
     Loader {
         anchors.fill: parent
+        // A focus scope: what the loaded view gives focus to gets the keyboard.
+        focus: true
         sourceComponent: {
             switch (window.session.stateName) {
             case "signedOut":
@@ -37,7 +39,7 @@ ApplicationWindow {
     Component {
         id: login
 
-        Item {
+        FocusScope {
             LoginView {
                 anchors.centerIn: parent
                 width: Math.min(420, parent.width - 48)

@@ -6,6 +6,7 @@
 #include <QFontDatabase>
 #include <QGuiApplication>
 #include <QIcon>
+#include <QQuickStyle>
 #include <QQuickWindow>
 #include <QtQml/qqmlextensionplugin.h>
 
@@ -50,6 +51,11 @@ void Application::describe() {
     QGuiApplication::setApplicationVersion(QStringLiteral(VELNOR_VERSION));
     QGuiApplication::setDesktopFileName(QStringLiteral("net.velnor.rz"));
     QGuiApplication::setWindowIcon(QIcon(QStringLiteral(":/images/net.velnor.rz.svg")));
+    // Fusion draws with the desktop's palette on GNOME and KDE alike; a
+    // person's own choice of style still wins.
+    if (qEnvironmentVariableIsEmpty("QT_QUICK_CONTROLS_STYLE")) {
+        QQuickStyle::setStyle(QStringLiteral("Fusion"));
+    }
 }
 
 bool Application::loadFonts() {

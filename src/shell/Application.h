@@ -43,7 +43,8 @@ public:
     // its `dark` follows appearance().
     QObject* palette();
 
-    // The application's identity (name, desktop file, icon) for the desktop.
+    // The application's identity (name, desktop file, icon) and its controls'
+    // style; called before the QGuiApplication is made.
     static void describe();
     // The bundled IBM Plex Sans cuts; false when one of them did not load.
     static bool loadFonts();

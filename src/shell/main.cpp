@@ -1,5 +1,6 @@
 #include "platform/Log.h"
 #include "shell/Application.h"
+#include "shell/Automation.h"
 #include "shell/SingleInstance.h"
 #include "shell/UnixSignals.h"
 
@@ -38,6 +39,8 @@ int main(int argc, char** argv) {
                              application.handleUrl(QUrl(link));
                          }
                      });
+    Automation automation(application);
+    automation.publish();
     Log::info(Log::app, QStringLiteral("velnor RZ %1 started").arg(QStringLiteral(VELNOR_VERSION)));
     application.start();
     for (const QString& link : links) {

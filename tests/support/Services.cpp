@@ -164,3 +164,13 @@ SecretService::SecretService(PrivateBus& bus) {
     m_daemon.process().closeWriteChannel();
     bus.waitForName("org.freedesktop.secrets");
 }
+
+VirtualDisplay::VirtualDisplay() {
+    // -displayfd makes the server pick a free display and print its number.
+    m_server.start("Xvfb", {"-displayfd", "1", "-nolisten", "tcp", "-screen", "0", "1280x800x24"});
+    const QByteArray number = m_server.readLine(std::chrono::seconds(10));
+    if (number.isEmpty()) {
+        fail("Xvfb gave no display number");
+    }
+    m_display = ":" + QString::fromLatin1(number);
+}

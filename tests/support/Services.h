@@ -82,3 +82,17 @@ public:
 private:
     ChildProcess m_daemon;
 };
+
+// An X server of its own (Xvfb) for a test that needs a real display: input
+// through XTEST, windows a desktop would see. DISPLAY is not changed here;
+// give display() to the programs that should use it.
+class VirtualDisplay {
+public:
+    VirtualDisplay();
+
+    QString display() const { return m_display; }
+
+private:
+    ChildProcess m_server;
+    QString m_display;
+};

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+#include <QVariantMap>
+
+class Application;
+
+// The app on the session bus, for a person's own scripts and for tests that
+// drive the app from outside: the name net.velnor.rz, the object
+// /net/velnor/rz, the interface net.velnor.rz.App.
+class Automation : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "net.velnor.rz.App")
+    Q_PROPERTY(QString State READ state)
+    Q_PROPERTY(QString Server READ server)
+    Q_PROPERTY(QString UserName READ userName)
+    Q_PROPERTY(QString Error READ error)
+public:
+    static constexpr char serviceName[] = "net.velnor.rz";
+    static constexpr char objectPath[] = "/net/velnor/rz";
+    static constexpr char interfaceName[] = "net.velnor.rz.App";
+
+    explicit Automation(Application& app, QObject* parent = nullptr);
+
+    // Takes the bus name and exports the object; false (and one log line)
+    // when there is no session bus or the name is taken.
+    bool publish();
+
+    QString state() const;
+    QString server() const;
+    QString userName() const;
+    QString error() const;
+
+public slots:
+    void SignIn();
+    void CancelSignIn();
+    void HandleUrl(const QString& url);
+
+private:
+    void changed(const char* property, const QVariant& value);
+
+    Application& m_app;
+    bool m_published = false;
+};
