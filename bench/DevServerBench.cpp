@@ -38,7 +38,8 @@ double medianMs(QNetworkAccessManager& network, const QUrl& url,
 
 double rssMb(qint64 pid) {
     QFile status(QString("/proc/%1/status").arg(pid));
-    if (!status.open(QIODevice::ReadOnly)) return -1;
+    if (!status.open(QIODevice::ReadOnly))
+        return -1;
     for (const auto& line : status.readAll().split('\n')) {
         if (line.startsWith("VmRSS:")) {
             return line.mid(6).trimmed().split(' ').value(0).toDouble() / 1024.0;
@@ -55,30 +56,34 @@ int main(int argc, char** argv) {
     QNetworkAccessManager network;
 
     const QByteArray verifier(43, 'v');
-    const auto challenge = QCryptographicHash::hash(verifier, QCryptographicHash::Sha256)
-                               .toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals);
+    const auto challenge =
+        QCryptographicHash::hash(verifier, QCryptographicHash::Sha256)
+            .toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals);
     QUrl authorize = server.url("oauth/authorize");
-    authorize.setQuery("response_type=code&client_id=rz-mobile&redirect_uri=rzmobile%3A%2F%2Foauth%2Fcallback"
-                       "&code_challenge=" + QString::fromLatin1(challenge) +
-                       "&code_challenge_method=S256&state=bench");
+    authorize.setQuery(
+        "response_type=code&client_id=rz-mobile&redirect_uri=rzmobile%3A%2F%2Foauth%2Fcallback"
+        "&code_challenge=" +
+        QString::fromLatin1(challenge) + "&code_challenge_method=S256&state=bench");
     const auto redirect = httpRequest(network, "GET", authorize);
     const auto code = QUrlQuery(QUrl(QString::fromUtf8(redirect.header("Location"))).query())
                           .queryItemValue("code", QUrl::FullyDecoded);
-    const auto tokens = httpRequest(network, "POST", server.url("oauth/token"),
-                                    "grant_type=authorization_code&client_id=rz-mobile"
-                                    "&redirect_uri=rzmobile%3A%2F%2Foauth%2Fcallback&code=" +
-                                        QUrl::toPercentEncoding(code) + "&code_verifier=" + verifier,
-                                    {{"Content-Type", "application/x-www-form-urlencoded"}});
+    const auto tokens =
+        httpRequest(network, "POST", server.url("oauth/token"),
+                    "grant_type=authorization_code&client_id=rz-mobile"
+                    "&redirect_uri=rzmobile%3A%2F%2Foauth%2Fcallback&code=" +
+                        QUrl::toPercentEncoding(code) + "&code_verifier=" + verifier,
+                    {{"Content-Type", "application/x-www-form-urlencoded"}});
     if (tokens.status != 200) {
         std::fprintf(stderr, "sign-in failed: %d\n", tokens.status);
         return 1;
     }
-    bearer = "Bearer " + QByteArray::fromStdString(tokens.json().at("access_token").get<std::string>());
+    bearer =
+        "Bearer " + QByteArray::fromStdString(tokens.json().at("access_token").get<std::string>());
 
     QElapsedTimer firstTimer;
     firstTimer.start();
-    const auto first = httpRequest(network, "GET", server.url("api/directory"), {},
-                                   {{"Authorization", bearer}});
+    const auto first =
+        httpRequest(network, "GET", server.url("api/directory"), {}, {{"Authorization", bearer}});
     const double firstMs = double(firstTimer.nsecsElapsed()) / 1e6;
     const auto tag = first.header("ETag");
     const auto users = first.json().at("users").size();

@@ -47,27 +47,48 @@ void Responder::send(const HttpResponse& response) const {
 
 QByteArray reasonPhrase(int status) {
     switch (status) {
-    case 200: return "OK";
-    case 201: return "Created";
-    case 204: return "No Content";
-    case 302: return "Found";
-    case 304: return "Not Modified";
-    case 400: return "Bad Request";
-    case 401: return "Unauthorized";
-    case 403: return "Forbidden";
-    case 404: return "Not Found";
-    case 405: return "Method Not Allowed";
-    case 409: return "Conflict";
-    case 411: return "Length Required";
-    case 413: return "Payload Too Large";
-    case 415: return "Unsupported Media Type";
-    case 429: return "Too Many Requests";
-    case 431: return "Request Header Fields Too Large";
-    case 500: return "Internal Server Error";
-    case 502: return "Bad Gateway";
-    case 503: return "Service Unavailable";
-    case 504: return "Gateway Timeout";
-    default: return "Status";
+    case 200:
+        return "OK";
+    case 201:
+        return "Created";
+    case 204:
+        return "No Content";
+    case 302:
+        return "Found";
+    case 304:
+        return "Not Modified";
+    case 400:
+        return "Bad Request";
+    case 401:
+        return "Unauthorized";
+    case 403:
+        return "Forbidden";
+    case 404:
+        return "Not Found";
+    case 405:
+        return "Method Not Allowed";
+    case 409:
+        return "Conflict";
+    case 411:
+        return "Length Required";
+    case 413:
+        return "Payload Too Large";
+    case 415:
+        return "Unsupported Media Type";
+    case 429:
+        return "Too Many Requests";
+    case 431:
+        return "Request Header Fields Too Large";
+    case 500:
+        return "Internal Server Error";
+    case 502:
+        return "Bad Gateway";
+    case 503:
+        return "Service Unavailable";
+    case 504:
+        return "Gateway Timeout";
+    default:
+        return "Status";
     }
 }
 
@@ -187,18 +208,19 @@ private:
             if (colon <= 0) {
                 return false;
             }
-            m_request.headers.append(qMakePair(line.left(colon).trimmed(), line.mid(colon + 1).trimmed()));
+            m_request.headers.append(
+                qMakePair(line.left(colon).trimmed(), line.mid(colon + 1).trimmed()));
         }
         m_request.peer = m_socket->peerAddress();
         m_request.peerPort = m_socket->peerPort();
-        m_keepAlive = requestLine[2] == "HTTP/1.1"
-            && m_request.header("Connection").toLower() != "close";
+        m_keepAlive =
+            requestLine[2] == "HTTP/1.1" && m_request.header("Connection").toLower() != "close";
         return true;
     }
 
     bool isUpgrade() const {
-        return m_request.method == "GET"
-            && m_request.header("Upgrade").compare("websocket", Qt::CaseInsensitive) == 0;
+        return m_request.method == "GET" &&
+               m_request.header("Upgrade").compare("websocket", Qt::CaseInsensitive) == 0;
     }
 
     void upgrade() {
@@ -247,8 +269,8 @@ private:
         if (m_stage != Stage::Answering) {
             return;
         }
-        QByteArray out = "HTTP/1.1 " + QByteArray::number(response.status) + ' '
-            + reasonPhrase(response.status) + "\r\n";
+        QByteArray out = "HTTP/1.1 " + QByteArray::number(response.status) + ' ' +
+                         reasonPhrase(response.status) + "\r\n";
         bool hasLength = false;
         for (const auto& [key, value] : response.headers) {
             hasLength = hasLength || key.compare("Content-Length", Qt::CaseInsensitive) == 0;
@@ -274,7 +296,8 @@ private:
         }
         m_stage = Stage::Header;
         if (!m_buffer.isEmpty()) {
-            QMetaObject::invokeMethod(this, [this] { process(); }, Qt::QueuedConnection);
+            QMetaObject::invokeMethod(
+                this, [this] { process(); }, Qt::QueuedConnection);
         }
     }
 
@@ -285,7 +308,8 @@ private:
         m_keepAlive = false;
         m_stage = Stage::Answering;
         m_buffer.clear();
-        write(HttpResponse::bytes(status, "{\"error\":\"bad_request\",\"message\":\"" + message + "\"}",
+        write(HttpResponse::bytes(status,
+                                  "{\"error\":\"bad_request\",\"message\":\"" + message + "\"}",
                                   "application/json"));
     }
 

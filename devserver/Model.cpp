@@ -47,18 +47,18 @@ struct Person {
 
 // The fixture's colleagues; the first one is the demo user.
 constexpr Person fixturePeople[] = {
-    {"Anna", "Berger"},  {"Ben", "Okafor"},   {"Chloé", "Martin"}, {"David", "Novák"},
+    {"Anna", "Berger"},    {"Ben", "Okafor"},   {"Chloé", "Martin"}, {"David", "Novák"},
     {"Emma", "Lindqvist"}, {"Frank", "Müller"}, {"Grace", "Liu"},    {"Hamid", "Rahimi"},
-    {"Ines", "Duarte"},  {"Jonas", "Weber"},  {"Kira", "Sato"},    {"Luca", "Romano"},
+    {"Ines", "Duarte"},    {"Jonas", "Weber"},  {"Kira", "Sato"},    {"Luca", "Romano"},
 };
 
-constexpr const char* firstNames[] = {"Alex", "Bea", "Carl", "Dana", "Eli", "Fay", "Gus", "Hana",
-                                      "Ivo", "Jule", "Kai", "Lea", "Milo", "Nora", "Otto", "Pia",
-                                      "Rosa", "Sven", "Tara", "Uwe", "Vera", "Wim", "Yara", "Zoe"};
-constexpr const char* lastNames[] = {"Adler", "Brandt", "Costa", "Dietz", "Ebert", "Fuchs",
-                                     "Graf", "Hahn", "Iqbal", "Jung", "Keller", "Lang", "Marx",
-                                     "Nagel", "Ortiz", "Peters", "Quast", "Roth", "Stein", "Thiel",
-                                     "Ullrich", "Vogel", "Wolf", "Zander"};
+constexpr const char* firstNames[] = {
+    "Alex", "Bea",  "Carl", "Dana", "Eli",  "Fay",  "Gus",  "Hana", "Ivo",  "Jule", "Kai",  "Lea",
+    "Milo", "Nora", "Otto", "Pia",  "Rosa", "Sven", "Tara", "Uwe",  "Vera", "Wim",  "Yara", "Zoe"};
+constexpr const char* lastNames[] = {"Adler", "Brandt", "Costa",   "Dietz",  "Ebert",  "Fuchs",
+                                     "Graf",  "Hahn",   "Iqbal",   "Jung",   "Keller", "Lang",
+                                     "Marx",  "Nagel",  "Ortiz",   "Peters", "Quast",  "Roth",
+                                     "Stein", "Thiel",  "Ullrich", "Vogel",  "Wolf",   "Zander"};
 
 std::string lowerAscii(const QString& text) {
     QString folded = text.normalized(QString::NormalizationForm_D);
@@ -71,7 +71,8 @@ std::string lowerAscii(const QString& text) {
     return out.toStdString();
 }
 
-Json party(const std::string& number, const std::string& name = {}, const std::string& userId = {}) {
+Json party(const std::string& number, const std::string& name = {},
+           const std::string& userId = {}) {
     Json p = Json::object();
     p["number"] = number;
     if (!name.empty()) {
@@ -105,8 +106,8 @@ void Model::loadDemo(int directorySize) {
         u.id = id;
         u.name = (first + ' ' + last).toStdString();
         u.extension = std::to_string(i < 100 ? 201 + i : 1000 + i);
-        u.email = lowerAscii(first) + "." + lowerAscii(last)
-            + (i < int(std::size(fixturePeople)) ? "" : std::to_string(i)) + "@acme.example";
+        u.email = lowerAscii(first) + "." + lowerAscii(last) +
+                  (i < int(std::size(fixturePeople)) ? "" : std::to_string(i)) + "@acme.example";
         u.numbers = {"+4930555" + u.extension};
         if (i % 4 == 3) {
             u.numbers.push_back("+49170555" + u.extension);
@@ -151,16 +152,19 @@ void Model::loadDemo(int directorySize) {
     messages.push_back({"vm-1", "box-201", "+4915112345678", 34.0, now - 2 * hour, std::nullopt});
     messages.push_back({"vm-2", "box-201", "204", 12.5, now - 5 * hour, std::nullopt});
     messages.push_back({"vm-3", "box-201", std::nullopt, 8.0, now - 26 * hour, std::nullopt});
-    messages.push_back({"vm-4", "box-201", "+442071234567", 61.0, now - 50 * hour,
-                        now - 49 * hour});
+    messages.push_back(
+        {"vm-4", "box-201", "+442071234567", 61.0, now - 50 * hour, now - 49 * hour});
     messages.push_back({"vm-5", "box-201", "203", 21.0, now - 120 * hour, now - 119 * hour});
     messages.push_back({"vm-6", "box-202", "201", 5.0, now - 3 * hour, std::nullopt});
 
     queues = {
         {"q-support",
          "Support queue",
-         {{"u-001", "available", 7}, {"u-002", "on_call", 11}, {"u-003", "paused", 4},
-          {"u-004", "logged_out", 0}, {"u-005", "ringing", 2}},
+         {{"u-001", "available", 7},
+          {"u-002", "on_call", 11},
+          {"u-003", "paused", 4},
+          {"u-004", "logged_out", 0},
+          {"u-005", "ringing", 2}},
          {{"qc-1", party("+4915790001111", "Müller GmbH"), 1, now - 95 * 1000, "waiting", nullptr},
           {"qc-2", "+4930123456", 2, now - 40 * 1000, "offering",
            party("205", users[4].name, "u-005")}}},
@@ -195,15 +199,16 @@ void Model::makeCallLog(const User& owner) {
         starts.push_back(start);
     }
     std::sort(starts.begin(), starts.end(), std::greater<>());
-    static const char* externals[] = {"+4915112345678", "+4930123456", "+442071234567",
-                                      "+4989555123", "+33142685300", "+4917099887766"};
+    static const char* externals[] = {"+4915112345678", "+4930123456",  "+442071234567",
+                                      "+4989555123",    "+33142685300", "+4917099887766"};
     for (int i = 0; i < count; ++i) {
         const qint64 start = starts[i];
         const int kind = random.bounded(100);
-        const User& colleague = users[1 + random.bounded(int(std::min<size_t>(users.size(), 12)) - 1)];
+        const User& colleague =
+            users[1 + random.bounded(int(std::min<size_t>(users.size(), 12)) - 1)];
         const bool internal = random.bounded(3) == 0;
-        const std::string other = internal ? colleague.extension
-                                           : externals[random.bounded(int(std::size(externals)))];
+        const std::string other =
+            internal ? colleague.extension : externals[random.bounded(int(std::size(externals)))];
         const std::string otherName = internal ? colleague.name : std::string();
         const qint64 ring = 3000 + random.bounded(20000);
         const qint64 talk = 10000 + random.bounded(600000);
@@ -229,7 +234,8 @@ void Model::makeCallLog(const User& owner) {
                 row["result"] = kind < 27 ? "no_answer" : "busy";
             }
             row["fromName"] = owner.name;
-            if (!otherName.empty()) row["toName"] = otherName;
+            if (!otherName.empty())
+                row["toName"] = otherName;
             row["mine"] = Json{{"role", "caller"}, {"answeredByMe", false}};
         } else { // inbound
             const bool toGroup = kind >= 75;
@@ -237,7 +243,8 @@ void Model::makeCallLog(const User& owner) {
             row["to"] = toGroup ? groups[0].extension : owner.extension;
             row["direction"] = internal ? "internal" : "inbound";
             row["startAt"] = stamp(start);
-            if (!otherName.empty()) row["fromName"] = otherName;
+            if (!otherName.empty())
+                row["fromName"] = otherName;
             row["toName"] = toGroup ? groups[0].name : owner.name;
             if (kind < 55) { // answered by me
                 row["answerAt"] = stamp(start + ring);
@@ -271,35 +278,40 @@ void Model::makeCallLog(const User& owner) {
 
 User* Model::user(const std::string& id) {
     for (auto& u : users) {
-        if (u.id == id) return &u;
+        if (u.id == id)
+            return &u;
     }
     return nullptr;
 }
 
 Queue* Model::queue(const std::string& id) {
     for (auto& q : queues) {
-        if (q.id == id) return &q;
+        if (q.id == id)
+            return &q;
     }
     return nullptr;
 }
 
 VoicemailMessage* Model::voicemail(const std::string& id) {
     for (auto& m : messages) {
-        if (m.id == id) return &m;
+        if (m.id == id)
+            return &m;
     }
     return nullptr;
 }
 
 LiveCall* Model::call(const std::string& id) {
     for (auto& c : calls) {
-        if (c.call.value("id", std::string()) == id) return &c;
+        if (c.call.value("id", std::string()) == id)
+            return &c;
     }
     return nullptr;
 }
 
 Json* Model::conference(const std::string& id) {
     for (auto& c : conferences) {
-        if (c.value("id", std::string()) == id) return &c;
+        if (c.value("id", std::string()) == id)
+            return &c;
     }
     return nullptr;
 }
@@ -318,11 +330,16 @@ Json Model::meJson(const User& user) const {
     me["name"] = user.name;
     me["email"] = user.email;
     me["extension"] = user.extension;
-    if (!user.voicemailBoxId.empty()) me["voicemailBoxId"] = user.voicemailBoxId;
-    if (user.avatarVersion != 0) me["avatar"] = avatarRef(user);
-    if (user.dnd) me["dnd"] = *user.dnd;
-    if (!user.forwarding.is_null()) me["forwarding"] = user.forwarding;
-    if (!user.recording.empty()) me["recording"] = user.recording;
+    if (!user.voicemailBoxId.empty())
+        me["voicemailBoxId"] = user.voicemailBoxId;
+    if (user.avatarVersion != 0)
+        me["avatar"] = avatarRef(user);
+    if (user.dnd)
+        me["dnd"] = *user.dnd;
+    if (!user.forwarding.is_null())
+        me["forwarding"] = user.forwarding;
+    if (!user.recording.empty())
+        me["recording"] = user.recording;
     return me;
 }
 
@@ -336,14 +353,16 @@ Json Model::directoryJson() const {
         e["email"] = u.email;
         e["extension"] = u.extension;
         e["numbers"] = u.numbers;
-        if (u.avatarVersion != 0) e["avatar"] = avatarRef(u);
+        if (u.avatarVersion != 0)
+            e["avatar"] = avatarRef(u);
         list.push_back(std::move(e));
     }
     directory["users"] = std::move(list);
     Json groupList = Json::array();
     for (const auto& g : groups) {
         Json e = Json{{"id", g.id}, {"name", g.name}, {"extension", g.extension}};
-        if (!g.numbers.empty()) e["numbers"] = g.numbers;
+        if (!g.numbers.empty())
+            e["numbers"] = g.numbers;
         groupList.push_back(std::move(e));
     }
     directory["groups"] = std::move(groupList);
@@ -393,11 +412,13 @@ Json Model::boardJson(const Queue& q) const {
     for (const auto& w : q.waiting) {
         Json e = Json::object();
         e["callId"] = w.callId;
-        if (!w.from.is_null()) e["from"] = w.from;
+        if (!w.from.is_null())
+            e["from"] = w.from;
         e["position"] = w.position;
         e["since"] = w.sinceMs;
         e["state"] = w.state;
-        if (!w.agent.is_null()) e["agent"] = w.agent;
+        if (!w.agent.is_null())
+            e["agent"] = w.agent;
         waiting.push_back(std::move(e));
     }
     board["waiting"] = std::move(waiting);
@@ -407,7 +428,8 @@ Json Model::boardJson(const Queue& q) const {
         e["userId"] = a.userId;
         const User* u = const_cast<Model*>(this)->user(a.userId);
         e["name"] = u ? u->name : a.userId;
-        if (u) e["extension"] = u->extension;
+        if (u)
+            e["extension"] = u->extension;
         e["state"] = a.state;
         e["answeredToday"] = a.answeredToday;
         agents.push_back(std::move(e));
@@ -431,7 +453,8 @@ Json Model::presenceSnapshot() const {
 Json Model::callsSnapshot(const std::string& userId) const {
     Json list = Json::array();
     for (const auto& c : calls) {
-        if (c.owner == userId) list.push_back(c.call);
+        if (c.owner == userId)
+            list.push_back(c.call);
     }
     return Json{{"calls", std::move(list)}};
 }
@@ -439,19 +462,24 @@ Json Model::callsSnapshot(const std::string& userId) const {
 Json Model::voicemailJson(const VoicemailMessage& m) const {
     Json e = Json::object();
     e["id"] = m.id;
-    if (m.caller) e["caller"] = *m.caller;
+    if (m.caller)
+        e["caller"] = *m.caller;
     e["durationS"] = m.durationS;
     e["createdAt"] = isoSeconds(m.createdMs);
-    if (m.readMs) e["readAt"] = isoSeconds(*m.readMs);
+    if (m.readMs)
+        e["readAt"] = isoSeconds(*m.readMs);
     return e;
 }
 
 Json Model::callLogPage(const std::string& userId, int limit, std::optional<qint64> before) const {
     Json list = Json::array();
     for (const auto& r : callLog) {
-        if (int(list.size()) >= limit) break;
-        if (r.userId != userId) continue;
-        if (before && r.startMs >= *before) continue;
+        if (int(list.size()) >= limit)
+            break;
+        if (r.userId != userId)
+            continue;
+        if (before && r.startMs >= *before)
+            continue;
         list.push_back(r.row);
     }
     return Json{{"calls", std::move(list)}};
@@ -469,20 +497,23 @@ QByteArray Model::voicemailWav(const VoicemailMessage& message) const {
 }
 
 QByteArray generatedAvatar(const std::string& seed) {
-    const auto digest = QCryptographicHash::hash(QByteArray::fromStdString(seed),
-                                                 QCryptographicHash::Sha256);
+    const auto digest =
+        QCryptographicHash::hash(QByteArray::fromStdString(seed), QCryptographicHash::Sha256);
     const auto byte = [&](int i) { return quint8(digest[i % digest.size()]); };
-    const QColor colour = QColor::fromHsv(byte(0) * 360 / 256, 140 + byte(1) % 80, 170 + byte(2) % 60);
+    const QColor colour =
+        QColor::fromHsv(byte(0) * 360 / 256, 140 + byte(1) % 80, 170 + byte(2) % 60);
     const int size = 120, cell = size / 6;
     QImage image(size, size, QImage::Format_RGB32);
     image.fill(QColor(240, 240, 236));
     for (int row = 0; row < 5; ++row) {
         for (int col = 0; col < 3; ++col) {
-            if ((byte(3 + row * 3 + col) & 1) == 0) continue;
+            if ((byte(3 + row * 3 + col) & 1) == 0)
+                continue;
             for (int mirror : {col, 4 - col}) {
                 for (int y = 0; y < cell; ++y) {
                     auto* line = reinterpret_cast<QRgb*>(image.scanLine(cell / 2 + row * cell + y));
-                    for (int x = 0; x < cell; ++x) line[cell / 2 + mirror * cell + x] = colour.rgb();
+                    for (int x = 0; x < cell; ++x)
+                        line[cell / 2 + mirror * cell + x] = colour.rgb();
                 }
             }
         }
@@ -528,11 +559,12 @@ QByteArray speechLikeWav(double seconds, unsigned seed) {
             const double f = f0 + (f1 - f0) * t;
             phase += 2 * M_PI * f / rate;
             const double envelope = std::sin(M_PI * t);
-            const double v = envelope * (0.6 * std::sin(phase) + 0.25 * std::sin(2 * phase)
-                                         + 0.1 * std::sin(3 * phase));
+            const double v = envelope * (0.6 * std::sin(phase) + 0.25 * std::sin(2 * phase) +
+                                         0.1 * std::sin(3 * phase));
             put16(44 + i * 2, quint16(qint16(v * 9000)));
         }
-        for (int k = 0; k < pause && i < samples; ++k, ++i) put16(44 + i * 2, 0);
+        for (int k = 0; k < pause && i < samples; ++k, ++i)
+            put16(44 + i * 2, 0);
     }
     return wav;
 }

@@ -25,8 +25,8 @@ private:
     qint64 m_offset = 0;
 };
 
-std::string isoMs(qint64 ms);           // 2026-11-20T09:15:32.123Z
-std::string isoSeconds(qint64 ms);      // 2026-11-20T09:15:32Z
+std::string isoMs(qint64 ms);      // 2026-11-20T09:15:32.123Z
+std::string isoSeconds(qint64 ms); // 2026-11-20T09:15:32Z
 std::optional<qint64> parseIso(const std::string& text);
 
 struct User {
@@ -39,7 +39,7 @@ struct User {
     QByteArray avatarJpeg; // empty: the generated one
     std::string presence = "idle";
     std::optional<bool> dnd;
-    Json forwarding; // null, or an object with the four rules
+    Json forwarding;       // null, or an object with the four rules
     std::string recording; // empty: no policy given
     std::string voicemailBoxId;
 };

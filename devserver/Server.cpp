@@ -32,7 +32,8 @@ HttpResponse errorReply(int status, const std::string& code, const std::string& 
 
 HttpResponse oauthError(const std::string& code, const std::string& description = {}) {
     Json body = Json{{"error", code}};
-    if (!description.empty()) body["error_description"] = description;
+    if (!description.empty())
+        body["error_description"] = description;
     auto reply = jsonReply(400, body);
     reply.addHeader("Cache-Control", "no-store");
     return reply;
@@ -45,8 +46,8 @@ std::optional<Json> objectBody(const HttpRequest& request, HttpResponse& error) 
         error = errorReply(415, "unsupported_media_type", "send the body as application/json");
         return std::nullopt;
     }
-    Json body = Json::parse(request.body.constData(), request.body.constData() + request.body.size(),
-                            nullptr, false);
+    Json body = Json::parse(request.body.constData(),
+                            request.body.constData() + request.body.size(), nullptr, false);
     if (body.is_discarded()) {
         error = errorReply(400, "bad_request", "malformed JSON body");
         return std::nullopt;
@@ -60,8 +61,10 @@ std::optional<Json> objectBody(const HttpRequest& request, HttpResponse& error) 
 
 // Reads an optional boolean field; false when present with another type.
 bool optionalBool(const Json& body, const char* key, std::optional<bool>& out) {
-    if (!body.contains(key) || body[key].is_null()) return true;
-    if (!body[key].is_boolean()) return false;
+    if (!body.contains(key) || body[key].is_null())
+        return true;
+    if (!body[key].is_boolean())
+        return false;
     out = body[key].get<bool>();
     return true;
 }
@@ -98,8 +101,10 @@ std::string checkTarget(const Json& target) {
 Json normalTarget(const Json& target) {
     const auto type = target["type"].get<std::string>();
     Json out = Json{{"type", type}};
-    if (type == "external") out["number"] = target["number"];
-    else if (type != "hangup") out["id"] = target["id"];
+    if (type == "external")
+        out["number"] = target["number"];
+    else if (type != "hangup")
+        out["id"] = target["id"];
     return out;
 }
 
@@ -119,7 +124,8 @@ std::vector<std::string> splitPath(const QString& path) {
 
 std::optional<Edge> parseEdge(const QString& text) {
     const auto parts = text.split(':');
-    if (parts.size() != 3) return std::nullopt;
+    if (parts.size() != 3)
+        return std::nullopt;
     bool ok = false;
     const int port = parts[2].toInt(&ok);
     if (!ok || port <= 0 || port > 65535 || parts[0].isEmpty() || parts[1].isEmpty()) {
@@ -160,7 +166,8 @@ bool Server::start() {
         return false;
     }
     if (!m_http.listen(m_config.port)) {
-        std::fprintf(stderr, "rz-devserver: cannot listen on 127.0.0.1:%u\n", unsigned(m_config.port));
+        std::fprintf(stderr, "rz-devserver: cannot listen on 127.0.0.1:%u\n",
+                     unsigned(m_config.port));
         return false;
     }
     if (m_config.demo) {
@@ -174,34 +181,39 @@ bool Server::start() {
 void Server::startDemoActivity() {
     auto* timer = new QTimer(this);
     timer->setInterval(6000);
-    connect(timer, &QTimer::timeout, this, [this] {
-        static const char* states[] = {"idle", "busy", "ringing", "idle", "offline", "busy"};
-        auto& random = *QRandomGenerator::global();
-        const auto count = std::min<size_t>(m_model.users.size(), 12);
-        User& user = m_model.users[1 + random.bounded(int(count) - 1)];
-        if (user.presence != "dnd") {
-            user.presence = states[random.bounded(int(std::size(states)))];
-            publishPresence(user);
-        }
-        Queue& queue = m_model.queues.front();
-        if (queue.waiting.size() < 4 && random.bounded(2) == 0) {
-            QueueWaiting w;
-            w.callId = m_model.nextId("qc-");
-            w.from = "+49151" + std::to_string(1000000 + random.bounded(8999999));
-            w.position = int(queue.waiting.size()) + 1;
-            w.sinceMs = m_clock.nowMs();
-            queue.waiting.push_back(w);
-        } else if (!queue.waiting.empty()) {
-            queue.waiting.erase(queue.waiting.begin());
-            for (size_t i = 0; i < queue.waiting.size(); ++i) queue.waiting[i].position = int(i) + 1;
-        }
-        publishBoard(queue);
-    });
+    connect(timer, &QTimer::timeout, this, &Server::demoTick);
     timer->start();
 }
 
+void Server::demoTick() {
+    static const char* states[] = {"idle", "busy", "ringing", "idle", "offline", "busy"};
+    auto& random = *QRandomGenerator::global();
+    const auto count = std::min<size_t>(m_model.users.size(), 12);
+    User& user = m_model.users[1 + random.bounded(int(count) - 1)];
+    if (user.presence != "dnd") {
+        user.presence = states[random.bounded(int(std::size(states)))];
+        publishPresence(user);
+    }
+    Queue& queue = m_model.queues.front();
+    if (queue.waiting.size() < 4 && random.bounded(2) == 0) {
+        QueueWaiting w;
+        w.callId = m_model.nextId("qc-");
+        w.from = "+49151" + std::to_string(1000000 + random.bounded(8999999));
+        w.position = int(queue.waiting.size()) + 1;
+        w.sinceMs = m_clock.nowMs();
+        queue.waiting.push_back(w);
+    } else if (!queue.waiting.empty()) {
+        queue.waiting.erase(queue.waiting.begin());
+        for (size_t i = 0; i < queue.waiting.size(); ++i) {
+            queue.waiting[i].position = int(i) + 1;
+        }
+    }
+    publishBoard(queue);
+}
+
 void Server::add(const char* method, const char* pattern, bool bearer, Handler handler) {
-    m_routes.push_back({method, splitPath(QString::fromLatin1(pattern)), bearer, std::move(handler)});
+    m_routes.push_back(
+        {method, splitPath(QString::fromLatin1(pattern)), bearer, std::move(handler)});
 }
 
 void Server::record(const HttpRequest& request) {
@@ -231,8 +243,8 @@ void Server::record(const HttpRequest& request) {
 }
 
 void Server::handle(const HttpRequest& request, Responder responder) {
-    const bool control = request.path.startsWith(QLatin1String("_control/"))
-        || request.path == QLatin1String("_control");
+    const bool control = request.path.startsWith(QLatin1String("_control/")) ||
+                         request.path == QLatin1String("_control");
     if (control) {
         if (!request.peer.isLoopback()) {
             responder.send(errorReply(403, "forbidden", "the control interface is loopback only"));
@@ -245,8 +257,9 @@ void Server::handle(const HttpRequest& request, Responder responder) {
     if (m_config.demo) {
         // An access line per request, so that the demo shows what the client asks.
         auto sink = responder.sink;
-        const auto line = request.method + " /" + request.path.toUtf8()
-            + (request.queryText.isEmpty() ? QByteArray() : "?" + request.queryText.toUtf8());
+        const auto line =
+            request.method + " /" + request.path.toUtf8() +
+            (request.queryText.isEmpty() ? QByteArray() : "?" + request.queryText.toUtf8());
         responder.sink = std::make_shared<std::function<void(const HttpResponse&)>>(
             [sink, line](const HttpResponse& response) {
                 std::fprintf(stderr, "%s %d\n", line.constData(), response.status);
@@ -254,12 +267,15 @@ void Server::handle(const HttpRequest& request, Responder responder) {
             });
     }
     for (auto& fault : m_faults) {
-        if (fault.remaining <= 0) continue;
-        if (!fault.method.isEmpty() && fault.method != request.method) continue;
+        if (fault.remaining <= 0)
+            continue;
+        if (!fault.method.isEmpty() && fault.method != request.method)
+            continue;
         const bool matches = fault.path.endsWith('*')
-            ? request.path.startsWith(fault.path.chopped(1))
-            : request.path == fault.path;
-        if (!matches) continue;
+                                 ? request.path.startsWith(fault.path.chopped(1))
+                                 : request.path == fault.path;
+        if (!matches)
+            continue;
         --fault.remaining;
         const Fault f = fault;
         auto answer = [this, f, request]() {
@@ -274,8 +290,8 @@ void Server::handle(const HttpRequest& request, Responder responder) {
                 reply.body = f.body;
                 if (!f.body.isEmpty()) {
                     reply.addHeader("Content-Type", f.body.startsWith('{') || f.body.startsWith('[')
-                                                              ? "application/json"
-                                                              : "text/plain");
+                                                        ? "application/json"
+                                                        : "text/plain");
                 }
                 return reply;
             }
@@ -295,19 +311,23 @@ HttpResponse Server::dispatch(const HttpRequest& request) {
     const auto parts = splitPath(request.path);
     QList<QByteArray> allowed;
     for (const auto& route : m_routes) {
-        if (route.pattern.size() != parts.size()) continue;
+        if (route.pattern.size() != parts.size())
+            continue;
         Params params;
         bool matches = true;
         for (size_t i = 0; i < parts.size() && matches; ++i) {
             const auto& p = route.pattern[i];
             if (!p.empty() && p[0] == ':') {
-                if (parts[i].empty()) matches = false;
-                else params[p.substr(1)] = parts[i];
+                if (parts[i].empty())
+                    matches = false;
+                else
+                    params[p.substr(1)] = parts[i];
             } else if (p != parts[i]) {
                 matches = false;
             }
         }
-        if (!matches) continue;
+        if (!matches)
+            continue;
         if (route.method != request.method) {
             allowed.append(route.method);
             continue;
@@ -316,8 +336,7 @@ HttpResponse Server::dispatch(const HttpRequest& request) {
         if (route.bearer) {
             const auto user = bearerUser(request);
             if (!user) {
-                auto reply = errorReply(401, "invalid_token",
-                                        "a valid bearer token is required");
+                auto reply = errorReply(401, "invalid_token", "a valid bearer token is required");
                 reply.addHeader("WWW-Authenticate", "Bearer realm=\"rz\", error=\"invalid_token\"");
                 return reply;
             }
@@ -331,8 +350,8 @@ HttpResponse Server::dispatch(const HttpRequest& request) {
     }
     if (!allowed.isEmpty()) {
         auto reply = errorReply(405, "method_not_allowed",
-                                request.method.toStdString() + " is not allowed on /"
-                                    + request.path.toStdString());
+                                request.method.toStdString() + " is not allowed on /" +
+                                    request.path.toStdString());
         reply.addHeader("Allow", allowed.join(", "));
         return reply;
     }
@@ -341,20 +360,23 @@ HttpResponse Server::dispatch(const HttpRequest& request) {
 
 std::optional<std::string> Server::bearerUser(const HttpRequest& request, QString* tokenOut) {
     const auto header = request.header("Authorization");
-    if (!header.startsWith("Bearer ")) return std::nullopt;
+    if (!header.startsWith("Bearer "))
+        return std::nullopt;
     const auto token = QString::fromLatin1(header.mid(7).trimmed());
     const auto it = m_access.find(token);
     if (it == m_access.end() || it->second.revoked || it->second.expiresMs <= m_clock.nowMs()) {
         return std::nullopt;
     }
-    if (tokenOut) *tokenOut = token;
+    if (tokenOut)
+        *tokenOut = token;
     return it->second.userId;
 }
 
 User* Server::findUser(const QString& key) {
     const auto k = key.toStdString();
     for (auto& u : m_model.users) {
-        if (u.id == k || u.extension == k || u.email == k) return &u;
+        if (u.id == k || u.extension == k || u.email == k)
+            return &u;
     }
     return nullptr;
 }
@@ -366,38 +388,48 @@ HttpResponse Server::authorizePage(const HttpRequest& request) {
         return request.query.queryItemValue(QLatin1String(name), QUrl::FullyDecoded);
     };
     auto refuse = [](const QString& why) {
-        return HttpResponse::bytes(400,
-                                   ("<!doctype html><title>Sign-in refused</title><p>"
-                                    + why.toHtmlEscaped() + "</p>\n").toUtf8(),
-                                   "text/html; charset=utf-8");
+        return HttpResponse::bytes(
+            400,
+            ("<!doctype html><title>Sign-in refused</title><p>" + why.toHtmlEscaped() + "</p>\n")
+                .toUtf8(),
+            "text/html; charset=utf-8");
     };
-    if (q("response_type") != QLatin1String("code")) return refuse("response_type must be code");
-    if (q("client_id") != QLatin1String(clientId)) return refuse("unknown client_id");
-    if (q("redirect_uri") != QLatin1String(redirectUri)) return refuse("redirect_uri not registered");
+    if (q("response_type") != QLatin1String("code"))
+        return refuse("response_type must be code");
+    if (q("client_id") != QLatin1String(clientId))
+        return refuse("unknown client_id");
+    if (q("redirect_uri") != QLatin1String(redirectUri))
+        return refuse("redirect_uri not registered");
     if (q("code_challenge_method") != QLatin1String("S256")) {
         return refuse("code_challenge_method must be S256");
     }
     const auto challenge = q("code_challenge");
-    if (challenge.size() < 43) return refuse("code_challenge missing or too short");
-    const auto state = q("state").toStdString();
+    if (challenge.size() < 43)
+        return refuse("code_challenge missing or too short");
+    const auto state = request.query.hasQueryItem("state") ? std::optional(q("state").toStdString())
+                                                           : std::nullopt;
     const auto id = randomToken(12);
     m_pending[id] = {challenge.toStdString(), state};
 
     if (!m_config.autoApprove.isEmpty()) {
         HttpRequest decision;
-        decision.body = "request=" + QUrl::toPercentEncoding(id) + "&user="
-            + QUrl::toPercentEncoding(m_config.autoApprove) + "&decision=allow";
+        decision.body = "request=" + QUrl::toPercentEncoding(id) +
+                        "&user=" + QUrl::toPercentEncoding(m_config.autoApprove) +
+                        "&decision=allow";
         return authorizeDecision(decision);
     }
-    QString html = QStringLiteral(
-        "<!doctype html><html><head><meta charset=\"utf-8\"><title>Sign in to velnor RZ</title>"
-        "</head><body><h1>Sign in to velnor RZ</h1><p>rz-mobile asks to use your account.</p>"
-        "<form method=\"post\" action=\"/oauth/authorize\">"
-        "<input type=\"hidden\" name=\"request\" value=\"%1\"><fieldset><legend>Demo users</legend>")
-                       .arg(id);
+    QString html =
+        QStringLiteral(
+            "<!doctype html><html><head><meta charset=\"utf-8\"><title>Sign in to velnor RZ</title>"
+            "</head><body><h1>Sign in to velnor RZ</h1><p>rz-mobile asks to use your account.</p>"
+            "<form method=\"post\" action=\"/oauth/authorize\">"
+            "<input type=\"hidden\" name=\"request\" value=\"%1\"><fieldset><legend>Demo "
+            "users</legend>")
+            .arg(id);
     bool first = true;
     for (const auto& u : m_model.users) {
-        if (&u - &m_model.users[0] >= 12) break;
+        if (&u - &m_model.users[0] >= 12)
+            break;
         html += QStringLiteral("<label><input type=\"radio\" name=\"user\" value=\"%1\"%2> %3 "
                                "(%4, %5)</label><br>")
                     .arg(htmlEscape(u.id), first ? QStringLiteral(" checked") : QString(),
@@ -413,7 +445,8 @@ HttpResponse Server::authorizePage(const HttpRequest& request) {
 
 HttpResponse Server::authorizeDecision(const HttpRequest& request) {
     const auto form = decodeForm(request.body);
-    if (!form) return errorReply(400, "invalid_request", "malformed form body");
+    if (!form)
+        return errorReply(400, "invalid_request", "malformed form body");
     const auto id = formValue(*form, "request").value_or(QString());
     const auto it = m_pending.find(id);
     if (it == m_pending.end()) {
@@ -427,12 +460,15 @@ HttpResponse Server::authorizeDecision(const HttpRequest& request) {
         query.addQueryItem("error", "access_denied");
     } else {
         User* user = findUser(formValue(*form, "user").value_or(QString()));
-        if (!user) return errorReply(400, "invalid_request", "unknown user");
+        if (!user)
+            return errorReply(400, "invalid_request", "unknown user");
         const auto code = randomToken(24);
         m_codes[code] = {user->id, pending.challenge, m_clock.nowMs() + codeLifetimeMs, false};
         query.addQueryItem("code", code);
     }
-    query.addQueryItem("state", QString::fromStdString(pending.state));
+    if (pending.state) {
+        query.addQueryItem("state", QString::fromStdString(*pending.state));
+    }
     target.setQuery(query);
     HttpResponse reply;
     reply.status = 302;
@@ -441,15 +477,16 @@ HttpResponse Server::authorizeDecision(const HttpRequest& request) {
     return reply;
 }
 
-HttpResponse Server::issueTokens(const std::string& userId) {
+HttpResponse Server::issueTokens(const std::string& userId, const std::string& grant) {
     const auto access = randomToken(32);
     // Standard base64 on purpose: a refresh token with "+" and "/" shows whether
     // the client escapes its form bodies.
     QByteArray raw(30, Qt::Uninitialized);
-    for (auto& b : raw) b = char(QRandomGenerator::system()->bounded(256));
+    for (auto& b : raw)
+        b = char(QRandomGenerator::system()->bounded(256));
     const auto refresh = QStringLiteral("rt+") + QString::fromLatin1(raw.toBase64());
-    m_access[access] = {userId, m_clock.nowMs() + qint64(m_config.accessTtlS) * 1000, false};
-    m_refresh[refresh] = userId;
+    m_access[access] = {userId, m_clock.nowMs() + qint64(m_config.accessTtlS) * 1000, false, grant};
+    m_refresh[refresh] = {userId, grant};
     auto reply = jsonReply(200, Json{{"access_token", access.toStdString()},
                                      {"token_type", "Bearer"},
                                      {"expires_in", m_config.accessTtlS},
@@ -459,57 +496,81 @@ HttpResponse Server::issueTokens(const std::string& userId) {
 }
 
 HttpResponse Server::token(const HttpRequest& request) {
-    if (!isForm(request)) return oauthError("invalid_request", "send a form body");
+    if (!isForm(request))
+        return oauthError("invalid_request", "send a form body");
     const auto form = decodeForm(request.body);
-    if (!form) return oauthError("invalid_request", "malformed form body");
+    if (!form)
+        return oauthError("invalid_request", "malformed form body");
     const auto field = [&](const char* name) { return formValue(*form, name); };
     const auto client = field("client_id");
-    if (client && *client != QLatin1String(clientId)) return oauthError("invalid_client");
+    if (client && *client != QLatin1String(clientId))
+        return oauthError("invalid_client");
     const auto grant = field("grant_type");
-    if (!grant) return oauthError("invalid_request", "grant_type is missing");
+    if (!grant)
+        return oauthError("invalid_request", "grant_type is missing");
     if (*grant == QLatin1String("authorization_code")) {
-        if (!client) return oauthError("invalid_client", "client_id is missing");
+        if (!client)
+            return oauthError("invalid_client", "client_id is missing");
         const auto code = field("code");
         const auto verifier = field("code_verifier");
         const auto redirect = field("redirect_uri");
         if (!code || !verifier || !redirect) {
-            return oauthError("invalid_request", "code, code_verifier and redirect_uri are required");
+            return oauthError("invalid_request",
+                              "code, code_verifier and redirect_uri are required");
         }
         const auto it = m_codes.find(*code);
-        if (it == m_codes.end()) return oauthError("invalid_grant", "unknown code");
-        if (it->second.used) return oauthError("invalid_grant", "code already used");
+        if (it == m_codes.end())
+            return oauthError("invalid_grant", "unknown code");
+        if (it->second.used)
+            return oauthError("invalid_grant", "code already used");
         it->second.used = true;
-        if (it->second.expiresMs <= m_clock.nowMs()) return oauthError("invalid_grant", "code expired");
+        if (it->second.expiresMs <= m_clock.nowMs())
+            return oauthError("invalid_grant", "code expired");
         if (*redirect != QLatin1String(redirectUri)) {
             return oauthError("invalid_grant", "redirect_uri does not match");
         }
         if (!verifierMatches(*verifier, QString::fromStdString(it->second.challenge))) {
             return oauthError("invalid_grant", "code_verifier does not match the challenge");
         }
-        return issueTokens(it->second.userId);
+        return issueTokens(it->second.userId, m_model.nextId("grant-"));
     }
     if (*grant == QLatin1String("refresh_token")) {
         const auto refresh = field("refresh_token");
-        if (!refresh) return oauthError("invalid_request", "refresh_token is missing");
+        if (!refresh)
+            return oauthError("invalid_request", "refresh_token is missing");
         const auto it = m_refresh.find(*refresh);
-        if (it == m_refresh.end()) return oauthError("invalid_grant", "unknown or used refresh token");
-        const auto userId = it->second;
+        if (it == m_refresh.end())
+            return oauthError("invalid_grant", "unknown or used refresh token");
+        const auto next = it->second;
         m_refresh.erase(it); // rotation: a refresh token works once
-        return issueTokens(userId);
+        return issueTokens(next.userId, next.grant);
     }
     return oauthError("unsupported_grant_type");
 }
 
 HttpResponse Server::revoke(const HttpRequest& request) {
-    if (!isForm(request)) return oauthError("invalid_request", "send a form body");
+    if (!isForm(request))
+        return oauthError("invalid_request", "send a form body");
     const auto form = decodeForm(request.body);
-    if (!form) return oauthError("invalid_request", "malformed form body");
+    if (!form)
+        return oauthError("invalid_request", "malformed form body");
     const auto client = formValue(*form, "client_id");
-    if (client && *client != QLatin1String(clientId)) return oauthError("invalid_client");
+    if (client && *client != QLatin1String(clientId))
+        return oauthError("invalid_client");
     const auto token = formValue(*form, "token");
-    if (!token) return oauthError("invalid_request", "token is missing");
-    m_refresh.erase(*token);
-    if (auto it = m_access.find(*token); it != m_access.end()) it->second.revoked = true;
+    if (!token)
+        return oauthError("invalid_request", "token is missing");
+    // A revoked refresh token takes the access tokens of its sign-in with it.
+    if (auto it = m_refresh.find(*token); it != m_refresh.end()) {
+        const auto grant = it->second.grant;
+        m_refresh.erase(it);
+        for (auto& [key, access] : m_access) {
+            if (access.grant == grant)
+                access.revoked = true;
+        }
+    }
+    if (auto it = m_access.find(*token); it != m_access.end())
+        it->second.revoked = true;
     return HttpResponse::empty(200);
 }
 
@@ -532,13 +593,14 @@ void Server::addRoutes() {
     add("PUT", "api/me/forwarding", true, [this](const HttpRequest& r, const Params&, Context& c) {
         HttpResponse error;
         const auto body = objectBody(r, error);
-        if (!body) return error;
+        if (!body)
+            return error;
         Json rules = Json::object();
         for (const char* key : {"always", "busy", "noAnswer", "offline"}) {
             if (!body->contains(key)) {
                 return errorReply(400, "bad_request",
-                                  std::string("forwarding needs all four rules; \"") + key
-                                      + "\" is missing (null clears a rule)");
+                                  std::string("forwarding needs all four rules; \"") + key +
+                                      "\" is missing (null clears a rule)");
             }
             const Json& rule = (*body)[key];
             if (rule.is_null()) {
@@ -546,15 +608,16 @@ void Server::addRoutes() {
                 continue;
             }
             if (std::string(key) == "noAnswer") {
-                if (!rule.is_object() || !rule.contains("afterS")
-                    || !rule["afterS"].is_number_integer() || !rule.contains("target")) {
+                if (!rule.is_object() || !rule.contains("afterS") ||
+                    !rule["afterS"].is_number_integer() || !rule.contains("target")) {
                     return errorReply(400, "bad_request",
                                       "noAnswer needs an integer \"afterS\" and a \"target\"");
                 }
                 if (auto why = checkTarget(rule["target"]); !why.empty()) {
                     return errorReply(400, "bad_request", "noAnswer: " + why);
                 }
-                rules[key] = Json{{"afterS", rule["afterS"]}, {"target", normalTarget(rule["target"])}};
+                rules[key] =
+                    Json{{"afterS", rule["afterS"]}, {"target", normalTarget(rule["target"])}};
             } else {
                 if (auto why = checkTarget(rule); !why.empty()) {
                     return errorReply(400, "bad_request", std::string(key) + ": " + why);
@@ -566,26 +629,30 @@ void Server::addRoutes() {
         return jsonReply(200, rules);
     });
 
-    add("PATCH", "api/users/:user", true, [this](const HttpRequest& r, const Params& p, Context& c) {
-        User* user = m_model.user(p.at("user"));
-        if (!user) return errorReply(404, "not_found", "no such user");
-        if (user->id != c.userId) {
-            return errorReply(403, "forbidden", "you may change only your own do-not-disturb");
-        }
-        HttpResponse error;
-        const auto body = objectBody(r, error);
-        if (!body) return error;
-        if (!body->contains("dnd") || !(*body)["dnd"].is_boolean()) {
-            return errorReply(400, "bad_request", "\"dnd\" must be a boolean");
-        }
-        user->dnd = (*body)["dnd"].get<bool>();
-        const auto presence = *user->dnd ? "dnd" : (user->presence == "dnd" ? "idle" : user->presence);
-        if (user->presence != presence) {
-            user->presence = presence;
-            publishPresence(*user);
-        }
-        return HttpResponse::empty(204);
-    });
+    add("PATCH", "api/users/:user", true,
+        [this](const HttpRequest& r, const Params& p, Context& c) {
+            User* user = m_model.user(p.at("user"));
+            if (!user)
+                return errorReply(404, "not_found", "no such user");
+            if (user->id != c.userId) {
+                return errorReply(403, "forbidden", "you may change only your own do-not-disturb");
+            }
+            HttpResponse error;
+            const auto body = objectBody(r, error);
+            if (!body)
+                return error;
+            if (!body->contains("dnd") || !(*body)["dnd"].is_boolean()) {
+                return errorReply(400, "bad_request", "\"dnd\" must be a boolean");
+            }
+            user->dnd = (*body)["dnd"].get<bool>();
+            const auto presence =
+                *user->dnd ? "dnd" : (user->presence == "dnd" ? "idle" : user->presence);
+            if (user->presence != presence) {
+                user->presence = presence;
+                publishPresence(*user);
+            }
+            return HttpResponse::empty(204);
+        });
 
     add("GET", "api/directory", true, [this](const HttpRequest& r, const Params&, Context&) {
         const auto& tag = m_model.directoryETag();
@@ -593,8 +660,10 @@ void Server::addRoutes() {
         bool match = false;
         for (auto candidate : wanted.split(',')) {
             candidate = candidate.trimmed();
-            if (candidate.startsWith("W/")) candidate = candidate.mid(2);
-            if (candidate == "*" || candidate == tag) match = true;
+            if (candidate.startsWith("W/"))
+                candidate = candidate.mid(2);
+            if (candidate == "*" || candidate == tag)
+                match = true;
         }
         HttpResponse reply;
         if (match) {
@@ -609,9 +678,11 @@ void Server::addRoutes() {
 
     add("GET", "media/avatars/:file", true, [this](const HttpRequest&, const Params& p, Context&) {
         auto file = QString::fromStdString(p.at("file"));
-        if (!file.endsWith(QLatin1String(".jpg"))) return errorReply(404, "not_found", "no such picture");
+        if (!file.endsWith(QLatin1String(".jpg")))
+            return errorReply(404, "not_found", "no such picture");
         User* user = m_model.user(file.chopped(4).toStdString());
-        if (!user || user->avatarVersion == 0) return errorReply(404, "not_found", "no such picture");
+        if (!user || user->avatarVersion == 0)
+            return errorReply(404, "not_found", "no such picture");
         auto reply = HttpResponse::bytes(200, m_model.avatarJpeg(*user), "image/jpeg");
         reply.addHeader("Cache-Control", "private, max-age=86400");
         return reply;
@@ -643,10 +714,13 @@ void Server::addRoutes() {
     add("POST", "api/me/app-device", true, [this](const HttpRequest& r, const Params&, Context& c) {
         HttpResponse error;
         const auto body = objectBody(r, error);
-        if (!body) return error;
+        if (!body)
+            return error;
         for (const char* key : {"installId", "name", "platform"}) {
-            if (!body->contains(key) || !(*body)[key].is_string() || (*body)[key].get<std::string>().empty()) {
-                return errorReply(400, "bad_request", std::string("\"") + key + "\" must be a non-empty string");
+            if (!body->contains(key) || !(*body)[key].is_string() ||
+                (*body)[key].get<std::string>().empty()) {
+                return errorReply(400, "bad_request",
+                                  std::string("\"") + key + "\" must be a non-empty string");
             }
         }
         if (body->contains("model") && !(*body)["model"].is_string()) {
@@ -655,7 +729,8 @@ void Server::addRoutes() {
         const auto installId = str(*body, "installId");
         Device* device = nullptr;
         for (auto& d : m_model.devices) {
-            if (d.userId == c.userId && d.installId == installId) device = &d;
+            if (d.userId == c.userId && d.installId == installId)
+                device = &d;
         }
         User* user = m_model.user(c.userId);
         if (!device) {
@@ -684,29 +759,34 @@ void Server::addRoutes() {
                                    {"edge", edges}});
     });
 
-    add("DELETE", "api/devices/:device", true, [this](const HttpRequest&, const Params& p, Context& c) {
-        auto& devices = m_model.devices;
-        for (auto it = devices.begin(); it != devices.end(); ++it) {
-            if (it->id == p.at("device")) {
-                if (it->userId != c.userId) return errorReply(403, "forbidden", "not your device");
-                devices.erase(it);
-                return HttpResponse::empty(204);
+    add("DELETE", "api/devices/:device", true,
+        [this](const HttpRequest&, const Params& p, Context& c) {
+            auto& devices = m_model.devices;
+            for (auto it = devices.begin(); it != devices.end(); ++it) {
+                if (it->id == p.at("device")) {
+                    if (it->userId != c.userId)
+                        return errorReply(403, "forbidden", "not your device");
+                    devices.erase(it);
+                    return HttpResponse::empty(204);
+                }
             }
-        }
-        return errorReply(404, "not_found", "no such device");
-    });
+            return errorReply(404, "not_found", "no such device");
+        });
 
     add("GET", "api/voicemail-boxes/:box/messages", true,
         [this](const HttpRequest&, const Params& p, Context& c) {
             bool known = false;
-            for (const auto& u : m_model.users) known = known || u.voicemailBoxId == p.at("box");
-            if (!known) return errorReply(404, "not_found", "no such mailbox");
+            for (const auto& u : m_model.users)
+                known = known || u.voicemailBoxId == p.at("box");
+            if (!known)
+                return errorReply(404, "not_found", "no such mailbox");
             if (m_model.user(c.userId)->voicemailBoxId != p.at("box")) {
                 return errorReply(403, "forbidden", "not your mailbox");
             }
             Json list = Json::array();
             for (const auto& m : m_model.messages) {
-                if (m.boxId == p.at("box")) list.push_back(m_model.voicemailJson(m));
+                if (m.boxId == p.at("box"))
+                    list.push_back(m_model.voicemailJson(m));
             }
             return jsonReply(200, list);
         });
@@ -729,14 +809,17 @@ void Server::addRoutes() {
         [this, ownMessage](const HttpRequest& r, const Params& p, Context& c) {
             HttpResponse error;
             VoicemailMessage* m = ownMessage(p.at("id"), c.userId, error);
-            if (!m) return error;
+            if (!m)
+                return error;
             const auto body = objectBody(r, error);
-            if (!body) return error;
+            if (!body)
+                return error;
             if (!body->contains("read") || !(*body)["read"].is_boolean()) {
                 return errorReply(400, "bad_request", "\"read\" must be a boolean");
             }
             if ((*body)["read"].get<bool>()) {
-                if (!m->readMs) m->readMs = m_clock.nowMs();
+                if (!m->readMs)
+                    m->readMs = m_clock.nowMs();
             } else {
                 m->readMs.reset();
             }
@@ -747,7 +830,8 @@ void Server::addRoutes() {
         [this, ownMessage](const HttpRequest&, const Params& p, Context& c) {
             HttpResponse error;
             VoicemailMessage* m = ownMessage(p.at("id"), c.userId, error);
-            if (!m) return error;
+            if (!m)
+                return error;
             std::erase_if(m_model.messages, [&](const auto& x) { return x.id == p.at("id"); });
             return HttpResponse::empty(204);
         });
@@ -756,7 +840,8 @@ void Server::addRoutes() {
         [this, ownMessage](const HttpRequest&, const Params& p, Context& c) {
             HttpResponse error;
             VoicemailMessage* m = ownMessage(p.at("id"), c.userId, error);
-            if (!m) return error;
+            if (!m)
+                return error;
             return HttpResponse::bytes(200, m_model.voicemailWav(*m), "audio/wav");
         });
 
@@ -773,7 +858,8 @@ void Server::addRoutes() {
         if (r.query.hasQueryItem("before")) {
             const auto text = r.query.queryItemValue("before", QUrl::FullyDecoded).toStdString();
             before = parseIso(text);
-            if (!before) return errorReply(400, "bad_request", "before must be an ISO 8601 time");
+            if (!before)
+                return errorReply(400, "bad_request", "before must be an ISO 8601 time");
         }
         return jsonReply(200, m_model.callLogPage(c.userId, limit, before));
     });
@@ -782,32 +868,43 @@ void Server::addRoutes() {
         return jsonReply(200, m_model.membershipsJson(c.userId));
     });
 
-    add("POST", "api/queues/:queue/agent", true, [this](const HttpRequest& r, const Params& p, Context& c) {
-        Queue* queue = m_model.queue(p.at("queue"));
-        if (!queue) return errorReply(404, "not_found", "no such queue");
-        QueueAgent* agent = nullptr;
-        for (auto& a : queue->agents) {
-            if (a.userId == c.userId) agent = &a;
-        }
-        if (!agent) return errorReply(403, "forbidden", "you are not an agent of this queue");
-        HttpResponse error;
-        const auto body = objectBody(r, error);
-        if (!body) return error;
-        std::optional<bool> loggedIn, paused;
-        if (!optionalBool(*body, "loggedIn", loggedIn) || !optionalBool(*body, "paused", paused)) {
-            return errorReply(400, "bad_request", "\"loggedIn\" and \"paused\" must be booleans");
-        }
-        if (loggedIn) {
-            if (!*loggedIn) agent->state = "logged_out";
-            else if (agent->state == "logged_out") agent->state = "available";
-        }
-        if (paused && agent->state != "logged_out") {
-            if (*paused) agent->state = "paused";
-            else if (agent->state == "paused") agent->state = "available";
-        }
-        publishBoard(*queue);
-        return HttpResponse::empty(204);
-    });
+    add("POST", "api/queues/:queue/agent", true,
+        [this](const HttpRequest& r, const Params& p, Context& c) {
+            Queue* queue = m_model.queue(p.at("queue"));
+            if (!queue)
+                return errorReply(404, "not_found", "no such queue");
+            QueueAgent* agent = nullptr;
+            for (auto& a : queue->agents) {
+                if (a.userId == c.userId)
+                    agent = &a;
+            }
+            if (!agent)
+                return errorReply(403, "forbidden", "you are not an agent of this queue");
+            HttpResponse error;
+            const auto body = objectBody(r, error);
+            if (!body)
+                return error;
+            std::optional<bool> loggedIn, paused;
+            if (!optionalBool(*body, "loggedIn", loggedIn) ||
+                !optionalBool(*body, "paused", paused)) {
+                return errorReply(400, "bad_request",
+                                  "\"loggedIn\" and \"paused\" must be booleans");
+            }
+            if (loggedIn) {
+                if (!*loggedIn)
+                    agent->state = "logged_out";
+                else if (agent->state == "logged_out")
+                    agent->state = "available";
+            }
+            if (paused && agent->state != "logged_out") {
+                if (*paused)
+                    agent->state = "paused";
+                else if (agent->state == "paused")
+                    agent->state = "available";
+            }
+            publishBoard(*queue);
+            return HttpResponse::empty(204);
+        });
 
     auto ownCall = [this](const std::string& id, const std::string& userId,
                           HttpResponse& error) -> LiveCall* {
@@ -823,14 +920,17 @@ void Server::addRoutes() {
         [this, ownCall](const HttpRequest& r, const Params& p, Context& c) {
             HttpResponse error;
             LiveCall* call = ownCall(p.at("call"), c.userId, error);
-            if (!call) return error;
+            if (!call)
+                return error;
             const auto body = objectBody(r, error);
-            if (!body) return error;
+            if (!body)
+                return error;
             if (!body->contains("recording") || !(*body)["recording"].is_boolean()) {
                 return errorReply(400, "bad_request", "\"recording\" must be a boolean");
             }
             if (m_model.user(c.userId)->recording == "never") {
-                return jsonReply(403, Json{{"statusMessage", "Recording is not allowed for your account"}});
+                return jsonReply(
+                    403, Json{{"statusMessage", "Recording is not allowed for your account"}});
             }
             call->call["recording"] = (*body)["recording"].get<bool>();
             publishCall(*call);
@@ -841,16 +941,20 @@ void Server::addRoutes() {
         [this, ownCall](const HttpRequest& r, const Params& p, Context& c) {
             HttpResponse error;
             LiveCall* first = ownCall(p.at("call"), c.userId, error);
-            if (!first) return error;
+            if (!first)
+                return error;
             const auto body = objectBody(r, error);
-            if (!body) return error;
+            if (!body)
+                return error;
             if (!body->contains("with") || !(*body)["with"].is_string()) {
                 return errorReply(400, "bad_request", "\"with\" must be a call id");
             }
             const auto otherId = (*body)["with"].get<std::string>();
-            if (otherId == p.at("call")) return errorReply(400, "bad_request", "a call cannot merge with itself");
+            if (otherId == p.at("call"))
+                return errorReply(400, "bad_request", "a call cannot merge with itself");
             LiveCall* second = ownCall(otherId, c.userId, error);
-            if (!second) return error;
+            if (!second)
+                return error;
             const auto now = m_clock.nowMs();
             const User* me = m_model.user(c.userId);
             Json conference = Json::object();
@@ -885,7 +989,8 @@ void Server::addRoutes() {
 
     auto findConference = [this](const std::string& id, HttpResponse& error) -> Json* {
         Json* conference = m_model.conference(id);
-        if (!conference) error = errorReply(404, "not_found", "no such conference");
+        if (!conference)
+            error = errorReply(404, "not_found", "no such conference");
         return conference;
     };
 
@@ -893,23 +998,28 @@ void Server::addRoutes() {
         [this, findConference](const HttpRequest& r, const Params& p, Context&) {
             HttpResponse error;
             Json* conference = findConference(p.at("conf"), error);
-            if (!conference) return error;
+            if (!conference)
+                return error;
             const auto body = objectBody(r, error);
-            if (!body) return error;
+            if (!body)
+                return error;
             const Json target = body->value("target", Json());
             const auto type = str(target, "type");
             Json party;
             if (type == "user") {
                 User* user = m_model.user(str(target, "id"));
-                if (!user) return errorReply(400, "bad_request", "a user target needs a known \"id\"");
-                party = Json{{"number", user->extension}, {"name", user->name}, {"userId", user->id}};
+                if (!user)
+                    return errorReply(400, "bad_request", "a user target needs a known \"id\"");
+                party =
+                    Json{{"number", user->extension}, {"name", user->name}, {"userId", user->id}};
             } else if (type == "external") {
                 if (str(target, "number").empty()) {
                     return errorReply(400, "bad_request", "an external target needs a \"number\"");
                 }
                 party = Json{{"number", str(target, "number")}};
             } else {
-                return errorReply(400, "bad_request", "\"target\" must be of type user or external");
+                return errorReply(400, "bad_request",
+                                  "\"target\" must be of type user or external");
             }
             if ((*conference)["locked"].get<bool>()) {
                 return errorReply(409, "conflict", "the conference is locked");
@@ -920,13 +1030,15 @@ void Server::addRoutes() {
                                     {"muted", false},
                                     {"talking", false}};
             (*conference)["participants"].push_back(participant);
-            publish("conference:" + p.at("conf"), Json{{"op", "join"}, {"participant", participant}});
+            publish("conference:" + p.at("conf"),
+                    Json{{"op", "join"}, {"participant", participant}});
             return HttpResponse::empty(204);
         });
 
     auto findParticipant = [](Json& conference, const std::string& id) -> Json* {
         for (auto& participant : conference["participants"]) {
-            if (participant.value("id", "") == id) return &participant;
+            if (participant.value("id", "") == id)
+                return &participant;
         }
         return nullptr;
     };
@@ -935,11 +1047,14 @@ void Server::addRoutes() {
         [this, findConference, findParticipant](const HttpRequest& r, const Params& p, Context&) {
             HttpResponse error;
             Json* conference = findConference(p.at("conf"), error);
-            if (!conference) return error;
+            if (!conference)
+                return error;
             Json* participant = findParticipant(*conference, p.at("p"));
-            if (!participant) return errorReply(404, "not_found", "no such participant");
+            if (!participant)
+                return errorReply(404, "not_found", "no such participant");
             const auto body = objectBody(r, error);
-            if (!body) return error;
+            if (!body)
+                return error;
             if (!body->contains("muted") || !(*body)["muted"].is_boolean()) {
                 return errorReply(400, "bad_request", "\"muted\" must be a boolean");
             }
@@ -953,7 +1068,8 @@ void Server::addRoutes() {
         [this, findConference, findParticipant](const HttpRequest&, const Params& p, Context&) {
             HttpResponse error;
             Json* conference = findConference(p.at("conf"), error);
-            if (!conference) return error;
+            if (!conference)
+                return error;
             if (!findParticipant(*conference, p.at("p"))) {
                 return errorReply(404, "not_found", "no such participant");
             }
@@ -969,22 +1085,27 @@ void Server::addRoutes() {
         [this, findConference](const HttpRequest& r, const Params& p, Context&) {
             HttpResponse error;
             Json* conference = findConference(p.at("conf"), error);
-            if (!conference) return error;
+            if (!conference)
+                return error;
             const auto body = objectBody(r, error);
-            if (!body) return error;
+            if (!body)
+                return error;
             if (!body->contains("locked") || !(*body)["locked"].is_boolean()) {
                 return errorReply(400, "bad_request", "\"locked\" must be a boolean");
             }
             (*conference)["locked"] = (*body)["locked"];
-            publish("conference:" + p.at("conf"), Json{{"op", "lock"}, {"locked", (*body)["locked"]}});
+            publish("conference:" + p.at("conf"),
+                    Json{{"op", "lock"}, {"locked", (*body)["locked"]}});
             return HttpResponse::empty(204);
         });
 
     add("DELETE", "api/conferences/:conf", true,
         [this, findConference](const HttpRequest&, const Params& p, Context&) {
             HttpResponse error;
-            if (!findConference(p.at("conf"), error)) return error;
-            std::erase_if(m_model.conferences, [&](const Json& c) { return c.value("id", "") == p.at("conf"); });
+            if (!findConference(p.at("conf"), error))
+                return error;
+            std::erase_if(m_model.conferences,
+                          [&](const Json& c) { return c.value("id", "") == p.at("conf"); });
             publish("conference:" + p.at("conf"), Json{{"op", "end"}});
             for (auto& call : m_model.calls) {
                 if (call.call.value("conferenceId", "") == p.at("conf")) {
@@ -1009,10 +1130,13 @@ std::optional<HttpResponse> Server::upgrade(const HttpRequest& request) {
     }
     record(request);
     for (auto& fault : m_faults) {
-        if (fault.remaining <= 0 || (!fault.method.isEmpty() && fault.method != "GET")) continue;
-        const bool matches = fault.path.endsWith('*') ? request.path.startsWith(fault.path.chopped(1))
-                                                      : request.path == fault.path;
-        if (!matches || !fault.status) continue;
+        if (fault.remaining <= 0 || (!fault.method.isEmpty() && fault.method != "GET"))
+            continue;
+        const bool matches = fault.path.endsWith('*')
+                                 ? request.path.startsWith(fault.path.chopped(1))
+                                 : request.path == fault.path;
+        if (!matches || !fault.status)
+            continue;
         --fault.remaining;
         HttpResponse reply;
         reply.status = fault.status;
@@ -1024,27 +1148,28 @@ std::optional<HttpResponse> Server::upgrade(const HttpRequest& request) {
     if (!user) {
         return errorReply(401, "invalid_token", "a valid bearer token is required");
     }
-    m_handshakes[request.peerPort] = {*user, token};
+    m_handshakes[request.peerPort] = {*user, token, m_clock.nowMs()};
     return std::nullopt;
 }
 
 void Server::adopt(QWebSocket* ws) {
     const auto it = m_handshakes.find(ws->peerPort());
-    if (it == m_handshakes.end()) {
+    if (it == m_handshakes.end() || !m_access.contains(it->second.token)) {
         ws->abort();
         ws->deleteLater();
         return;
     }
     LiveSocket& socket = m_sockets.emplace_back();
     socket.ws = ws;
-    socket.userId = it->second.first;
-    socket.token = it->second.second;
+    socket.userId = it->second.userId;
+    socket.token = it->second.token;
     socket.expiresMs = m_access[socket.token].expiresMs;
     socket.silent = m_silentSockets;
     m_handshakes.erase(it);
     LiveSocket* s = &socket;
     ws->setParent(this);
-    connect(ws, &QWebSocket::textMessageReceived, this, [this, s](const QString& text) { receive(s, text); });
+    connect(ws, &QWebSocket::textMessageReceived, this,
+            [this, s](const QString& text) { receive(s, text); });
     // The client's frames are text messages; a data message is a client mistake.
     connect(ws, &QWebSocket::binaryMessageReceived, this, [this, s](const QByteArray&) {
         send(s, Json{{"type", "error"}, {"code", "text_frames_only"}});
@@ -1053,7 +1178,8 @@ void Server::adopt(QWebSocket* ws) {
     s->pingTimer = new QTimer(ws);
     s->pingTimer->setInterval(std::max(10, int(m_config.pingIntervalS * 1000)));
     connect(s->pingTimer, &QTimer::timeout, this, [this, s] {
-        if (s->silent) return;
+        if (s->silent)
+            return;
         if (s->awaitingPong) {
             closeSocket(s, QWebSocketProtocol::CloseCodePolicyViolated, "no pong");
             return;
@@ -1083,15 +1209,16 @@ void Server::closeSocket(LiveSocket* socket, int code, const QString& reason) {
 }
 
 void Server::send(LiveSocket* socket, const Json& frame) {
-    if (socket->silent) return;
+    if (socket->silent)
+        return;
     socket->ws->sendTextMessage(QString::fromUtf8(dump(frame)));
 }
 
 void Server::receive(LiveSocket* socket, const QString& text) {
     const auto bytes = text.toUtf8();
     Json frame = Json::parse(bytes.constData(), bytes.constData() + bytes.size(), nullptr, false);
-    if (frame.is_discarded() || !frame.is_object() || !frame.contains("type")
-        || !frame["type"].is_string()) {
+    if (frame.is_discarded() || !frame.is_object() || !frame.contains("type") ||
+        !frame["type"].is_string()) {
         send(socket, Json{{"type", "error"}, {"code", "bad_frame"}});
         return;
     }
@@ -1105,13 +1232,15 @@ void Server::receive(LiveSocket* socket, const QString& text) {
             return;
         }
         const auto topic = frame["topic"].get<std::string>();
-        if (type == "sub") subscribe(socket, topic);
-        else socket->topics.erase(topic);
+        if (type == "sub")
+            subscribe(socket, topic);
+        else
+            socket->topics.erase(topic);
     } else if (type == "auth") {
         QString token = QString::fromStdString(str(frame, "token"));
         const auto it = m_access.find(token);
-        if (it == m_access.end() || it->second.revoked || it->second.expiresMs <= m_clock.nowMs()
-            || it->second.userId != socket->userId) {
+        if (it == m_access.end() || it->second.revoked || it->second.expiresMs <= m_clock.nowMs() ||
+            it->second.userId != socket->userId) {
             send(socket, Json{{"type", "error"}, {"code", "invalid_token"}});
             return;
         }
@@ -1132,13 +1261,16 @@ void Server::subscribe(LiveSocket* socket, const std::string& topic) {
     } else if (topic.starts_with("call:")) {
         if (LiveCall* call = m_model.call(rest("call:")); call && call->owner == socket->userId) {
             Json legs = Json::array();
-            for (const auto& leg : call->legs) legs.push_back(leg);
+            for (const auto& leg : call->legs)
+                legs.push_back(leg);
             data = Json{{"call", call->call}, {"legs", legs}};
         }
     } else if (topic.starts_with("queue:")) {
-        if (Queue* queue = m_model.queue(rest("queue:"))) data = m_model.boardJson(*queue);
+        if (Queue* queue = m_model.queue(rest("queue:")))
+            data = m_model.boardJson(*queue);
     } else if (topic.starts_with("conference:")) {
-        if (Json* conference = m_model.conference(rest("conference:"))) data = *conference;
+        if (Json* conference = m_model.conference(rest("conference:")))
+            data = *conference;
     }
     if (!data) {
         socket->topics.erase(topic);
@@ -1152,14 +1284,16 @@ void Server::subscribe(LiveSocket* socket, const std::string& topic) {
 void Server::publish(const std::string& topic, const Json& data) {
     const Json frame = Json{{"type", "delta"}, {"topic", topic}, {"data", data}};
     for (auto& socket : m_sockets) {
-        if (socket.topics.contains(topic)) send(&socket, frame);
+        if (socket.topics.contains(topic))
+            send(&socket, frame);
     }
 }
 
 void Server::publishMine(const std::string& userId, const Json& data) {
     const Json frame = Json{{"type", "delta"}, {"topic", "calls:mine"}, {"data", data}};
     for (auto& socket : m_sockets) {
-        if (socket.userId == userId && socket.topics.contains("calls:mine")) send(&socket, frame);
+        if (socket.userId == userId && socket.topics.contains("calls:mine"))
+            send(&socket, frame);
     }
 }
 
@@ -1177,12 +1311,16 @@ void Server::publishCall(const LiveCall& call) {
 
 void Server::checkExpiry() {
     const auto now = m_clock.nowMs();
+    // A handshake that the websocket server refused leaves its entry; a later
+    // connection from the same port must not inherit it.
+    std::erase_if(m_handshakes, [&](const auto& entry) { return entry.second.atMs < now - 10000; });
     std::vector<LiveSocket*> expired;
     for (auto& socket : m_sockets) {
         const auto it = m_access.find(socket.token);
         const bool revoked = it == m_access.end() || it->second.revoked;
         if (revoked || it->second.expiresMs <= now) {
-            if (socket.ws->state() == QAbstractSocket::ConnectedState) expired.push_back(&socket);
+            if (socket.ws->state() == QAbstractSocket::ConnectedState)
+                expired.push_back(&socket);
         }
     }
     for (auto* socket : expired) {

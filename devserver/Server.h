@@ -25,7 +25,7 @@ struct Edge {
 
 struct Config {
     quint16 port = 8480;
-    QString autoApprove;      // a user id, extension or e-mail
+    QString autoApprove; // a user id, extension or e-mail
     int accessTtlS = 3600;
     std::vector<Edge> edges;
     double pingIntervalS = 25;
@@ -70,14 +70,20 @@ private:
         int delayMs = 0;
         bool garbage = false;
     };
+    // One sign-in: the access and refresh tokens that follow from one code.
     struct AccessToken {
         std::string userId;
         qint64 expiresMs = 0;
         bool revoked = false;
+        std::string grant;
+    };
+    struct RefreshToken {
+        std::string userId;
+        std::string grant;
     };
     struct PendingAuthorization {
         std::string challenge;
-        std::string state;
+        std::optional<std::string> state;
     };
     struct Code {
         std::string userId;
@@ -111,7 +117,7 @@ private:
     HttpResponse authorizeDecision(const HttpRequest& request);
     HttpResponse token(const HttpRequest& request);
     HttpResponse revoke(const HttpRequest& request);
-    HttpResponse issueTokens(const std::string& userId);
+    HttpResponse issueTokens(const std::string& userId, const std::string& grant);
     User* findUser(const QString& key);
 
     // Live websocket.
@@ -131,6 +137,7 @@ private:
     // Control interface.
     void addControlRoutes();
     void startDemoActivity();
+    void demoTick();
 
     Config m_config;
     Clock m_clock;
@@ -140,11 +147,16 @@ private:
     std::vector<Fault> m_faults;
     Json m_requests = Json::array();
     std::map<QString, AccessToken> m_access;
-    std::map<QString, std::string> m_refresh; // live refresh token -> user
+    std::map<QString, RefreshToken> m_refresh; // the refresh tokens not yet used
     std::map<QString, PendingAuthorization> m_pending;
     std::map<QString, Code> m_codes;
     std::list<LiveSocket> m_sockets;
-    std::map<quint16, std::pair<std::string, QString>> m_handshakes; // peer port -> user, token
+    struct Handshake {
+        std::string userId;
+        QString token;
+        qint64 atMs = 0;
+    };
+    std::map<quint16, Handshake> m_handshakes; // by the client's port, until the socket opens
     bool m_silentSockets = false;
     QTimer* m_expiryTimer = nullptr;
 };

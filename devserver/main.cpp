@@ -28,21 +28,24 @@ int main(int argc, char** argv) {
     parser.setApplicationDescription(
         QStringLiteral("A local velnor RZ dashboard for development and tests (loopback only)."));
     parser.addHelpOption();
-    QCommandLineOption port(QStringLiteral("port"), QStringLiteral("Port on 127.0.0.1; 0 picks a free one."),
+    QCommandLineOption port(QStringLiteral("port"),
+                            QStringLiteral("Port on 127.0.0.1; 0 picks a free one."),
                             QStringLiteral("PORT"), QStringLiteral("8480"));
     QCommandLineOption demo(QStringLiteral("demo"), QStringLiteral("Serve the demo company."));
-    QCommandLineOption autoApprove(QStringLiteral("auto-approve"),
-                                   QStringLiteral("Sign USER in without the sign-in page (id, extension or e-mail)."),
-                                   QStringLiteral("USER"));
+    QCommandLineOption autoApprove(
+        QStringLiteral("auto-approve"),
+        QStringLiteral("Sign USER in without the sign-in page (id, extension or e-mail)."),
+        QStringLiteral("USER"));
     QCommandLineOption accessTtl(QStringLiteral("access-ttl"),
                                  QStringLiteral("Lifetime of access tokens in seconds."),
                                  QStringLiteral("SECONDS"), QStringLiteral("3600"));
-    QCommandLineOption edge(QStringLiteral("sip-edge"),
-                            QStringLiteral("SIP entry point offered to devices, transport:host:port (repeatable)."),
-                            QStringLiteral("EDGE"));
+    QCommandLineOption edge(
+        QStringLiteral("sip-edge"),
+        QStringLiteral("SIP entry point offered to devices, transport:host:port (repeatable)."),
+        QStringLiteral("EDGE"));
     QCommandLineOption ping(QStringLiteral("ping-interval"),
-                            QStringLiteral("Seconds between websocket pings."), QStringLiteral("SECONDS"),
-                            QStringLiteral("25"));
+                            QStringLiteral("Seconds between websocket pings."),
+                            QStringLiteral("SECONDS"), QStringLiteral("25"));
     QCommandLineOption size(QStringLiteral("directory-size"),
                             QStringLiteral("Number of users in the company."), QStringLiteral("N"),
                             QStringLiteral("12"));
@@ -67,7 +70,8 @@ int main(int argc, char** argv) {
     for (const auto& text : parser.values(edge)) {
         const auto parsed = rzdev::parseEdge(text);
         if (!parsed) {
-            std::fprintf(stderr, "rz-devserver: bad --sip-edge %s (want tcp:HOST:PORT)\n", qPrintable(text));
+            std::fprintf(stderr, "rz-devserver: bad --sip-edge %s (want tcp:HOST:PORT)\n",
+                         qPrintable(text));
             return 2;
         }
         config.edges.push_back(*parsed);

@@ -22,8 +22,7 @@ nlohmann::json HttpResult::json() const {
 }
 
 HttpResult httpRequest(QNetworkAccessManager& network, const QByteArray& method, const QUrl& url,
-                       const QByteArray& body,
-                       const QList<QPair<QByteArray, QByteArray>>& headers,
+                       const QByteArray& body, const QList<QPair<QByteArray, QByteArray>>& headers,
                        std::chrono::milliseconds bound) {
     QNetworkRequest request(url);
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,

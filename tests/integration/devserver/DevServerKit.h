@@ -96,7 +96,8 @@ struct Tokens {
 // Through the page: authorize, choose the user, allow. Gives the code.
 inline QString authorizeCode(DevServer& server, QNetworkAccessManager& network,
                              const QString& verifier, const QString& user = "u-001") {
-    const auto page = httpRequest(network, "GET", authorizeUrl(server, challengeOf(verifier), "st"));
+    const auto page =
+        httpRequest(network, "GET", authorizeUrl(server, challengeOf(verifier), "st"));
     if (page.status != 200) {
         throw std::runtime_error("sign-in page gave " + std::to_string(page.status));
     }
@@ -272,7 +273,8 @@ struct SignedIn {
         return httpRequest(network, "GET", server.url(path), {}, bearer(tokens.access) + headers);
     }
     HttpResult send(const QByteArray& method, const QString& path, const json& body) {
-        return httpRequest(network, method, server.url(path), dump(body), bearerJson(tokens.access));
+        return httpRequest(network, method, server.url(path), dump(body),
+                           bearerJson(tokens.access));
     }
     HttpResult raw(const QByteArray& method, const QString& path, const QByteArray& body = {},
                    QList<QPair<QByteArray, QByteArray>> headers = {}) {

@@ -63,7 +63,8 @@ TEST(DevServerLive, AnUnknownTopicGetsAnErrorFrame) {
     SignedIn s;
     LiveClient live(s.server, s.tokens.access);
     live.sub("weather");
-    EXPECT_EQ(live.nextData(), (json{{"type", "error"}, {"topic", "weather"}, {"code", "unknown_topic"}}));
+    EXPECT_EQ(live.nextData(),
+              (json{{"type", "error"}, {"topic", "weather"}, {"code", "unknown_topic"}}));
     live.sub("call:none");
     EXPECT_EQ(live.nextData().at("type"), "error");
     live.send(json{{"type", "sub"}});
@@ -83,7 +84,8 @@ TEST(DevServerLive, PresenceChangesArriveAsDeltas) {
     live.sub("presence");
     live.nextData();
     s.server.control("PATCH", "users/u-002", {{"presence", "ringing"}});
-    EXPECT_EQ(live.nextData(), (json{{"type", "delta"}, {"topic", "presence"},
+    EXPECT_EQ(live.nextData(), (json{{"type", "delta"},
+                                     {"topic", "presence"},
                                      {"data", {{"userId", "u-002"}, {"state", "ringing"}}}}));
     s.server.control("PATCH", "groups/g-sales", {{"ringing", 2}});
     EXPECT_EQ(live.nextData().at("data"), (json{{"groupId", "g-sales"}, {"ringing", 2}}));
@@ -129,15 +131,18 @@ TEST(DevServerLive, CallsOfMineAreUpsertedAndEnded) {
 
 TEST(DevServerLive, CallLegsAndQualityArriveOnTheCallTopic) {
     SignedIn s;
-    s.server.control("POST", "calls", {{"call", call("c-7", "sip-7")}, {"legs", {leg("l-1", "201")}}});
+    s.server.control("POST", "calls",
+                     {{"call", call("c-7", "sip-7")}, {"legs", {leg("l-1", "201")}}});
     LiveClient live(s.server, s.tokens.access);
     live.sub("call:c-7");
     const auto snapshot = live.nextData();
     EXPECT_EQ(snapshot.at("data").at("call").at("id"), "c-7");
     EXPECT_EQ(snapshot.at("data").at("legs"), json::array({leg("l-1", "201")}));
     s.server.control("POST", "calls/c-7/legs", {{"leg", leg("l-2", "+4930123456")}});
-    EXPECT_EQ(live.nextData().at("data"), (json{{"op", "leg"}, {"leg", leg("l-2", "+4930123456")}}));
-    const json quality{{"level", "fair"}, {"mos", 3.4}, {"jitterMs", 12.5}, {"lossPct", 1.2}, {"rttMs", 80.0}};
+    EXPECT_EQ(live.nextData().at("data"),
+              (json{{"op", "leg"}, {"leg", leg("l-2", "+4930123456")}}));
+    const json quality{
+        {"level", "fair"}, {"mos", 3.4}, {"jitterMs", 12.5}, {"lossPct", 1.2}, {"rttMs", 80.0}};
     s.server.control("POST", "calls/c-7/quality", {{"legId", "l-2"}, {"quality", quality}});
     EXPECT_EQ(live.nextData().at("data"), (json{{"legId", "l-2"}, {"quality", quality}}));
     s.server.control("DELETE", "calls/c-7");
@@ -160,7 +165,7 @@ TEST(DevServerLive, QueueBoardsChangeWithAgentsAndEnd) {
 }
 
 TEST(DevServerLive, EveryPingExpectsAPong) {
-    SignedIn s({"--ping-interval", "0.2"});
+    SignedIn s({"--ping-interval", "0.5"});
     LiveClient live(s.server, s.tokens.access);
     ASSERT_TRUE(live.waitConnected());
     for (int i = 0; i < 3; ++i) {
@@ -238,21 +243,30 @@ TEST(DevServerLive, MergeMakesAConferenceAndItsOperationsAreDeltas) {
     }
     const auto base = "api/conferences/" + QString::fromStdString(conferenceId);
     ASSERT_EQ(s.send("POST", base + "/participants",
-                     {{"target", {{"type", "external"}, {"number", "+4940555"}}}}).status, 204);
+                     {{"target", {{"type", "external"}, {"number", "+4940555"}}}})
+                  .status,
+              204);
     const auto join = live.nextData().at("data");
     EXPECT_EQ(join.at("op"), "join");
     const auto pid = join.at("participant").at("id").get<std::string>();
     EXPECT_EQ(join.at("participant").at("party"), (json{{"number", "+4940555"}}));
     ASSERT_EQ(s.send("POST", base + "/participants/" + QString::fromStdString(pid) + "/mute",
-                     {{"muted", true}}).status, 204);
+                     {{"muted", true}})
+                  .status,
+              204);
     EXPECT_EQ(live.nextData().at("data"), (json{{"op", "mute"}, {"id", pid}, {"muted", true}}));
-    s.server.control("PATCH", "conferences/" + QString::fromStdString(conferenceId) + "/participants/" +
-                                  QString::fromStdString(pid), {{"talking", true}});
-    EXPECT_EQ(live.nextData().at("data"), (json{{"op", "talking"}, {"id", pid}, {"talking", true}}));
+    s.server.control("PATCH",
+                     "conferences/" + QString::fromStdString(conferenceId) + "/participants/" +
+                         QString::fromStdString(pid),
+                     {{"talking", true}});
+    EXPECT_EQ(live.nextData().at("data"),
+              (json{{"op", "talking"}, {"id", pid}, {"talking", true}}));
     ASSERT_EQ(s.send("PATCH", base, {{"locked", true}}).status, 204);
     EXPECT_EQ(live.nextData().at("data"), (json{{"op", "lock"}, {"locked", true}}));
-    EXPECT_EQ(s.send("POST", base + "/participants",
-                     {{"target", {{"type", "user"}, {"id", "u-005"}}}}).status, 409);
+    EXPECT_EQ(
+        s.send("POST", base + "/participants", {{"target", {{"type", "user"}, {"id", "u-005"}}}})
+            .status,
+        409);
     ASSERT_EQ(s.raw("DELETE", base + "/participants/" + QString::fromStdString(pid)).status, 204);
     EXPECT_EQ(live.nextData().at("data"), (json{{"op", "leave"}, {"id", pid}}));
     ASSERT_EQ(s.raw("DELETE", base).status, 204);
@@ -277,4 +291,37 @@ TEST(DevServerLive, RecordingFollowsThePolicy) {
     const auto refused = never.send("POST", "api/calls/c-n/recording", {{"recording", true}});
     EXPECT_EQ(refused.status, 403);
     EXPECT_TRUE(refused.json().at("statusMessage").is_string());
+}
+
+TEST(DevServerLive, MergeAndConferenceRequestsAreChecked) {
+    SignedIn s;
+    s.server.control("POST", "calls", {{"call", call("c-a", "sip-a")}});
+    s.server.control("POST", "calls", {{"call", call("c-z", "sip-z")}, {"owner", "u-002"}});
+    EXPECT_EQ(s.send("POST", "api/calls/c-a/merge", json::object()).status, 400);
+    EXPECT_EQ(s.send("POST", "api/calls/c-a/merge", {{"with", "c-a"}}).status, 400);
+    EXPECT_EQ(s.send("POST", "api/calls/c-a/merge", {{"with", "c-none"}}).status, 404);
+    EXPECT_EQ(s.send("POST", "api/calls/c-a/merge", {{"with", "c-z"}}).status, 404); // not hers
+    EXPECT_EQ(s.send("POST", "api/calls/c-none/merge", {{"with", "c-a"}}).status, 404);
+
+    s.server.control(
+        "POST", "conferences",
+        {{"conference", {{"id", "conf-x"}, {"locked", false}, {"participants", json::array()}}}});
+    EXPECT_EQ(
+        s.send("POST", "api/conferences/conf-x/participants/p-none/mute", {{"muted", true}}).status,
+        404);
+    EXPECT_EQ(s.raw("DELETE", "api/conferences/conf-x/participants/p-none").status, 404);
+    EXPECT_EQ(s.send("PATCH", "api/conferences/conf-x", {{"locked", "yes"}}).status, 400);
+    EXPECT_EQ(
+        s.send("POST", "api/conferences/conf-x/participants", {{"target", {{"type", "group"}}}})
+            .status,
+        400);
+    EXPECT_EQ(s.send("POST", "api/conferences/conf-x/participants",
+                     {{"target", {{"type", "user"}, {"id", "nobody"}}}})
+                  .status,
+              400);
+    EXPECT_EQ(s.send("PATCH", "api/conferences/conf-none", {{"locked", true}}).status, 404);
+    EXPECT_EQ(s.send("POST", "api/conferences/conf-x/participants",
+                     {{"target", {{"type", "user"}, {"id", "u-005"}}}})
+                  .status,
+              204);
 }

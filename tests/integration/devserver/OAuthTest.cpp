@@ -29,7 +29,8 @@ TEST(DevServerOAuth, TheAuthorizeRequestIsCheckedParameterByParameter) {
     DevServer server;
     QNetworkAccessManager network;
     const auto challenge = challengeOf(newVerifier());
-    EXPECT_EQ(httpRequest(network, "GET", authorizeUrl(server, challenge, "s", "other")).status, 400);
+    EXPECT_EQ(httpRequest(network, "GET", authorizeUrl(server, challenge, "s", "other")).status,
+              400);
     EXPECT_EQ(httpRequest(network, "GET",
                           authorizeUrl(server, challenge, "s", "rz-mobile", "https://evil/cb"))
                   .status,
@@ -48,8 +49,8 @@ TEST(DevServerOAuth, TheAuthorizeRequestIsCheckedParameterByParameter) {
 TEST(DevServerOAuth, AllowRedirectsWithACodeAndTheGivenState) {
     DevServer server;
     QNetworkAccessManager network;
-    const auto page = httpRequest(network, "GET",
-                                  authorizeUrl(server, challengeOf(newVerifier()), "state-42"));
+    const auto page =
+        httpRequest(network, "GET", authorizeUrl(server, challengeOf(newVerifier()), "state-42"));
     const auto decision = httpRequest(
         network, "POST", server.url("oauth/authorize"),
         form({{"request", pageRequestId(page.body)}, {"user", "u-001"}, {"decision", "allow"}}),
@@ -86,8 +87,8 @@ TEST(DevServerOAuth, AutoApproveSkipsThePage) {
         httpRequest(network, "GET", authorizeUrl(server, challengeOf(verifier), "auto"));
     ASSERT_EQ(answer.status, 302);
     EXPECT_EQ(locationQuery(answer).queryItemValue("state"), "auto");
-    const auto tokens = tokensOf(
-        exchange(server, network, locationQuery(answer).queryItemValue("code"), verifier));
+    const auto tokens =
+        tokensOf(exchange(server, network, locationQuery(answer).queryItemValue("code"), verifier));
     const auto me = httpRequest(network, "GET", server.url("api/me"), {}, bearer(tokens.access));
     EXPECT_EQ(me.json().at("id"), "u-003");
 }
@@ -156,24 +157,32 @@ TEST(DevServerOAuth, RevokeEndsTheRefreshToken) {
     DevServer server;
     QNetworkAccessManager network;
     const auto tokens = signIn(server, network);
+    const auto other = signIn(server, network);
     const auto revoked =
         httpRequest(network, "POST", server.url("oauth/revoke"),
                     form({{"token", tokens.refresh}, {"client_id", "rz-mobile"}}), formHeaders);
     EXPECT_EQ(revoked.status, 200);
     EXPECT_EQ(oauthError(refresh(server, network, tokens.refresh)).at("error"), "invalid_grant");
+    // The access token of that sign-in went with it; another sign-in stays.
+    EXPECT_EQ(httpRequest(network, "GET", server.url("api/me"), {}, bearer(tokens.access)).status,
+              401);
+    EXPECT_EQ(httpRequest(network, "GET", server.url("api/me"), {}, bearer(other.access)).status,
+              200);
 }
 
 TEST(DevServerOAuth, BadTokenRequestsGetTheirOAuthErrors) {
     DevServer server;
     QNetworkAccessManager network;
     const auto post = [&](const QByteArray& body) {
-        return oauthError(httpRequest(network, "POST", server.url("oauth/token"), body, formHeaders))
+        return oauthError(
+                   httpRequest(network, "POST", server.url("oauth/token"), body, formHeaders))
             .at("error")
             .get<std::string>();
     };
     EXPECT_EQ(post(form({{"grant_type", "password"}, {"client_id", "rz-mobile"}})),
               "unsupported_grant_type");
-    EXPECT_EQ(post(form({{"grant_type", "refresh_token"}, {"client_id", "someone-else"},
+    EXPECT_EQ(post(form({{"grant_type", "refresh_token"},
+                         {"client_id", "someone-else"},
                          {"refresh_token", "x"}})),
               "invalid_client");
     EXPECT_EQ(post(form({{"grant_type", "authorization_code"}, {"client_id", "rz-mobile"}})),
@@ -213,8 +222,9 @@ TEST(DevServerOAuth, ARequestWithoutAValidBearerIs401WithABody) {
     EXPECT_EQ(none.status, 401);
     EXPECT_EQ(none.json().at("error"), "invalid_token");
     EXPECT_TRUE(none.header("WWW-Authenticate").startsWith("Bearer"));
-    EXPECT_EQ(httpRequest(network, "GET", server.url("api/directory"), {}, bearer("nonsense")).status,
-              401);
+    EXPECT_EQ(
+        httpRequest(network, "GET", server.url("api/directory"), {}, bearer("nonsense")).status,
+        401);
     const auto tokens = signIn(server, network);
     server.control("POST", "tokens/expire", {{"token", tokens.access.toStdString()}});
     EXPECT_EQ(httpRequest(network, "GET", server.url("api/me"), {}, bearer(tokens.access)).status,
@@ -231,11 +241,11 @@ TEST(DevServerOAuth, ARefreshTokenWithAPlusWorksOnlyWhenEscaped) {
     const auto tokens = signIn(server, network);
     ASSERT_TRUE(tokens.refresh.contains('+'));
     // Sent as a URL query leaves it: the form decoder reads a space there.
-    const auto unescaped = httpRequest(
-        network, "POST", server.url("oauth/token"),
-        "grant_type=refresh_token&client_id=rz-mobile&refresh_token=" +
-            QUrl::toPercentEncoding(tokens.refresh, "+"),
-        formHeaders);
+    const auto unescaped =
+        httpRequest(network, "POST", server.url("oauth/token"),
+                    "grant_type=refresh_token&client_id=rz-mobile&refresh_token=" +
+                        QUrl::toPercentEncoding(tokens.refresh, "+"),
+                    formHeaders);
     EXPECT_EQ(oauthError(unescaped).at("error"), "invalid_grant");
     EXPECT_EQ(refresh(server, network, tokens.refresh).status, 200);
 }
@@ -245,9 +255,10 @@ TEST(DevServerOAuth, TheTokenEndpointWantsAFormBody) {
     QNetworkAccessManager network;
     const auto verifier = newVerifier();
     const auto code = authorizeCode(server, network, verifier);
-    const auto asJson = httpRequest(network, "POST", server.url("oauth/token"),
-                                    dump(json{{"grant_type", "authorization_code"}, {"code", code.toStdString()}}),
-                                    {{"Content-Type", "application/json"}});
+    const auto asJson =
+        httpRequest(network, "POST", server.url("oauth/token"),
+                    dump(json{{"grant_type", "authorization_code"}, {"code", code.toStdString()}}),
+                    {{"Content-Type", "application/json"}});
     EXPECT_EQ(oauthError(asJson).at("error"), "invalid_request");
     EXPECT_EQ(exchange(server, network, code, verifier).status, 200);
 }

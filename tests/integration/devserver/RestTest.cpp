@@ -110,8 +110,9 @@ TEST(DevServerRest, AnUploadedAvatarGetsANewVersionAndIsServed) {
     EXPECT_EQ(s.get(QString::fromStdString(avatar.at("url")).mid(1)).body, jpeg);
     EXPECT_EQ(s.get("api/directory", {{"If-None-Match", tag}}).status, 200);
 
-    EXPECT_EQ(s.raw("PUT", "api/me/avatar", "not a picture", {{"Content-Type", "image/jpeg"}}).status,
-              400);
+    EXPECT_EQ(
+        s.raw("PUT", "api/me/avatar", "not a picture", {{"Content-Type", "image/jpeg"}}).status,
+        400);
     EXPECT_EQ(s.raw("PUT", "api/me/avatar", jpeg, {{"Content-Type", "image/png"}}).status, 415);
 
     EXPECT_EQ(s.raw("DELETE", "api/me/avatar").status, 204);
@@ -149,6 +150,10 @@ TEST(DevServerRest, AnAppDeviceIsStablePerInstallAndCarriesTheEdges) {
     EXPECT_EQ(s.send("POST", "api/me/app-device", broken).status, 400);
 
     const auto path = "api/devices/" + QString::fromStdString(device.at("deviceId"));
+    QNetworkAccessManager bensNetwork;
+    const auto ben = signIn(s.server, bensNetwork, "u-002");
+    EXPECT_EQ(httpRequest(bensNetwork, "DELETE", s.server.url(path), {}, bearer(ben.access)).status,
+              403);
     EXPECT_EQ(s.raw("DELETE", path).status, 204);
     EXPECT_EQ(s.raw("DELETE", path).status, 404);
 }
@@ -210,7 +215,8 @@ TEST(DevServerRest, AMessageIsMarkedReadAndUnreadAndDeleted) {
     EXPECT_EQ(s.send("PATCH", "api/voicemail-messages/vm-1", {{"read", true}}).status, 204);
     auto find = [&](const std::string& id) {
         for (const auto& m : s.get("api/voicemail-boxes/box-201/messages").json()) {
-            if (m.at("id") == id) return m;
+            if (m.at("id") == id)
+                return m;
         }
         return json();
     };
@@ -243,7 +249,8 @@ TEST(DevServerRest, VoicemailAudioIsARealWav) {
     // vm-1 lasts 34 seconds: 8000 samples of 2 bytes each per second.
     EXPECT_EQ(wav.size() - 44, 34 * 8000 * 2);
     int silent = 0;
-    for (int i = 44; i + 1 < wav.size(); i += 2) silent += (wav[i] == 0 && wav[i + 1] == 0);
+    for (int i = 44; i + 1 < wav.size(); i += 2)
+        silent += (wav[i] == 0 && wav[i + 1] == 0);
     EXPECT_LT(silent, (wav.size() - 44) / 2); // mostly sound, with pauses
     EXPECT_GT(silent, 0);
     EXPECT_EQ(s.get("api/voicemail-messages/vm-404/audio").status, 404);
@@ -263,8 +270,10 @@ TEST(DevServerRest, TheCallLogPagesBackOverSixWeeks) {
         const auto answer = s.get(path);
         ASSERT_EQ(answer.status, 200) << answer.body.toStdString();
         const auto calls = answer.json().at("calls");
-        for (const auto& row : calls) rows.push_back(row);
-        if (calls.size() < 50) break;
+        for (const auto& row : calls)
+            rows.push_back(row);
+        if (calls.size() < 50)
+            break;
         before = calls.back().at("startAt");
     }
     ASSERT_GE(rows.size(), 200u);
@@ -285,8 +294,10 @@ TEST(DevServerRest, TheCallLogPagesBackOverSixWeeks) {
                          ? 1
                          : 0;
         if (i > 0) {
-            const auto newer = QDateTime::fromString(QString::fromStdString(rows[i - 1].at("startAt")), Qt::ISODateWithMs);
-            const auto older = QDateTime::fromString(QString::fromStdString(row.at("startAt")), Qt::ISODateWithMs);
+            const auto newer = QDateTime::fromString(
+                QString::fromStdString(rows[i - 1].at("startAt")), Qt::ISODateWithMs);
+            const auto older =
+                QDateTime::fromString(QString::fromStdString(row.at("startAt")), Qt::ISODateWithMs);
             EXPECT_LE(older, newer);
         }
     }
@@ -300,7 +311,8 @@ TEST(DevServerRest, TheCallLogPagesBackOverSixWeeks) {
     EXPECT_GT(withoutMine, 0);
     EXPECT_GT(voicemail, 0);
     EXPECT_GT(elsewhere, 0);
-    const auto oldest = QDateTime::fromString(QString::fromStdString(rows.back().at("startAt")), Qt::ISODateWithMs);
+    const auto oldest =
+        QDateTime::fromString(QString::fromStdString(rows.back().at("startAt")), Qt::ISODateWithMs);
     EXPECT_GT(oldest.daysTo(QDateTime::currentDateTimeUtc()), 30);
     EXPECT_EQ(s.get("api/calls?mine=1&limit=50&before=garbage").status, 400);
 }
@@ -309,8 +321,11 @@ TEST(DevServerRest, QueueMembershipsAndAgentChanges) {
     SignedIn s;
     const auto queues = s.get("api/me/queues").json();
     ASSERT_EQ(queues.size(), 2u);
-    EXPECT_EQ(queues[0], (json{{"id", "q-support"}, {"name", "Support queue"}, {"loggedIn", true},
-                               {"paused", false}, {"waiting", 2}}));
+    EXPECT_EQ(queues[0], (json{{"id", "q-support"},
+                               {"name", "Support queue"},
+                               {"loggedIn", true},
+                               {"paused", false},
+                               {"waiting", 2}}));
     EXPECT_EQ(queues[1].at("paused"), true);
     EXPECT_EQ(s.send("POST", "api/queues/q-support/agent", {{"paused", true}}).status, 204);
     EXPECT_EQ(s.get("api/me/queues").json()[0].at("paused"), true);
@@ -327,14 +342,16 @@ TEST(DevServerRest, QueueMembershipsAndAgentChanges) {
 
 TEST(DevServerRest, BadInputGetsClearAnswers) {
     SignedIn s;
-    const auto malformed = s.raw("PUT", "api/me/forwarding", "{not json",
-                                 {{"Content-Type", "application/json"}});
+    const auto malformed =
+        s.raw("PUT", "api/me/forwarding", "{not json", {{"Content-Type", "application/json"}});
     EXPECT_EQ(malformed.status, 400);
     EXPECT_FALSE(malformed.json().at("message").get<std::string>().empty());
-    EXPECT_EQ(s.raw("PATCH", "api/users/u-001", "{\"dnd\":true}", {{"Content-Type", "text/plain"}}).status,
+    EXPECT_EQ(s.raw("PATCH", "api/users/u-001", "{\"dnd\":true}", {{"Content-Type", "text/plain"}})
+                  .status,
               415);
-    EXPECT_EQ(s.raw("PATCH", "api/users/u-001", "[true]", {{"Content-Type", "application/json"}}).status,
-              400);
+    EXPECT_EQ(
+        s.raw("PATCH", "api/users/u-001", "[true]", {{"Content-Type", "application/json"}}).status,
+        400);
     EXPECT_EQ(s.get("api/nothing-here").status, 404);
     const auto wrong = s.raw("DELETE", "api/me");
     EXPECT_EQ(wrong.status, 405);

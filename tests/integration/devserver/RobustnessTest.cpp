@@ -58,12 +58,14 @@ TEST(DevServerRobustness, BrokenRequestsGetAnAnswerAndTheServerGoesOn) {
     }
     // A websocket handshake on a path without one.
     const auto upgrade = exchangeRaw(
-        s.server, "GET /api/me HTTP/1.1\r\nHost: x\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
-                  "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n");
+        s.server,
+        "GET /api/me HTTP/1.1\r\nHost: x\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+        "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n");
     EXPECT_TRUE(upgrade.startsWith("HTTP/1.1 404"));
     // Keep-alive: two requests on one connection get two answers.
-    const auto two = exchangeRaw(s.server, "GET /nope HTTP/1.1\r\nHost: x\r\n\r\n"
-                                           "GET /nope HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
+    const auto two =
+        exchangeRaw(s.server, "GET /nope HTTP/1.1\r\nHost: x\r\n\r\n"
+                              "GET /nope HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
     EXPECT_TRUE(two.startsWith("HTTP/1.1 404"));
 
     EXPECT_TRUE(s.server.process().running());
@@ -75,8 +77,10 @@ TEST(DevServerRobustness, RandomBytesNeverStopTheServer) {
     QRandomGenerator random(7);
     for (int round = 0; round < 40; ++round) {
         QByteArray bytes(int(random.bounded(1, 600)), Qt::Uninitialized);
-        for (auto& b : bytes) b = char(random.bounded(256));
-        if (round % 2) bytes.prepend("POST /api/me/app-device HTTP/1.1\r\nContent-Length: 40\r\n\r\n");
+        for (auto& b : bytes)
+            b = char(random.bounded(256));
+        if (round % 2)
+            bytes.prepend("POST /api/me/app-device HTTP/1.1\r\nContent-Length: 40\r\n\r\n");
         QTcpSocket socket;
         socket.connectToHost(QHostAddress::LocalHost, s.server.port());
         ASSERT_TRUE(socket.waitForConnected(2000));
@@ -88,7 +92,8 @@ TEST(DevServerRobustness, RandomBytesNeverStopTheServer) {
     LiveClient live(s.server, s.tokens.access);
     for (int round = 0; round < 20; ++round) {
         QByteArray bytes(int(random.bounded(1, 200)), Qt::Uninitialized);
-        for (auto& b : bytes) b = char(random.bounded(32, 127));
+        for (auto& b : bytes)
+            b = char(random.bounded(32, 127));
         live.socket().sendTextMessage(QString::fromLatin1(bytes));
         live.send(json{{"type", "sub"}, {"topic", std::string(bytes.constData(), 5)}});
     }
