@@ -60,3 +60,18 @@ TEST(VoiceProcessor, Gives16kHzMonoInWhole10MsChunks) {
     EXPECT_GE(total, 1440u); // 100 ms less the resampler's filter
     EXPECT_LE(total, 1600u);
 }
+
+#include "audio/PulseBackend.h"
+
+#include <pulse/def.h>
+
+TEST(PulseBuiltInRule, TheInternalSpeakerIsBuiltInAndHeadsetsAreNot) {
+    EXPECT_TRUE(PulseBackend::builtIn("internal", "", std::nullopt));
+    EXPECT_FALSE(PulseBackend::builtIn("headset", "", std::nullopt));
+    EXPECT_FALSE(PulseBackend::builtIn("headphone", "pci", PA_DEVICE_PORT_TYPE_SPEAKER));
+    EXPECT_TRUE(PulseBackend::builtIn("", "pci", PA_DEVICE_PORT_TYPE_SPEAKER));
+    EXPECT_FALSE(PulseBackend::builtIn("", "pci", PA_DEVICE_PORT_TYPE_HEADPHONES));
+    EXPECT_FALSE(PulseBackend::builtIn("", "usb", PA_DEVICE_PORT_TYPE_SPEAKER));
+    EXPECT_FALSE(PulseBackend::builtIn("internal", "bluetooth", std::nullopt));
+    EXPECT_FALSE(PulseBackend::builtIn("", "", std::nullopt));
+}
