@@ -236,8 +236,10 @@ protected:
             pa_threaded_mainloop* loop;
             AudioFormat format;
         } ask{m_connection->loop(), {}};
+        const std::string source =
+            m_options.source.empty() ? info->defaultSource : m_options.source;
         m_connection->wait(pa_context_get_source_info_by_name(
-            m_connection->context(), info->defaultSource.c_str(),
+            m_connection->context(), source.c_str(),
             [](pa_context*, const pa_source_info* i, int eol, void* data) {
                 auto* a = static_cast<Ask*>(data);
                 if (eol == 0 && i != nullptr) {
@@ -304,6 +306,10 @@ private:
         return std::nullopt;
     }
 
+    static const char* device(const std::string& name) {
+        return name.empty() ? nullptr : name.c_str();
+    }
+
     static bool good(pa_stream* stream) {
         return stream != nullptr && PA_STREAM_IS_GOOD(pa_stream_get_state(stream));
     }
@@ -358,7 +364,8 @@ private:
         const auto flags = pa_stream_flags_t(PA_STREAM_ADJUST_LATENCY |
                                              PA_STREAM_AUTO_TIMING_UPDATE |
                                              PA_STREAM_INTERPOLATE_TIMING);
-        if (pa_stream_connect_playback(m_playback, nullptr, &attr, flags, nullptr, nullptr) < 0) {
+        if (pa_stream_connect_playback(m_playback, device(m_options.sink), &attr, flags,
+                                       nullptr, nullptr) < 0) {
             auto failure = m_connection->error();
             closeStream(m_playback);
             return failure;
@@ -398,7 +405,7 @@ private:
                                              PA_STREAM_AUTO_TIMING_UPDATE |
                                              PA_STREAM_INTERPOLATE_TIMING);
         startCaptureThread(format);
-        if (pa_stream_connect_record(m_record, nullptr, &attr, flags) < 0) {
+        if (pa_stream_connect_record(m_record, device(m_options.source), &attr, flags) < 0) {
             auto failure = m_connection->error();
             closeStream(m_record);
             return failure;

@@ -18,6 +18,8 @@ public:
         bool voiceProcessing = true; // false: the engine refuses it, as hardware without it would
         VoiceSettings voice = VoiceSettings::tuned();
         std::string applicationName = "velnor RZ";
+        std::string sink;   // empty: the default sink
+        std::string source; // empty: the default source
     };
 
     PulseBackend() = default;
