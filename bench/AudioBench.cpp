@@ -110,7 +110,8 @@ Latency measureLatency(const VoiceSettings& settings) {
     auto ear = earBackend.makeEngine();
     std::atomic<bool> earListening{false};
     Clock::time_point earHeard;
-    ear->attachSource({8000.0, 1}, [](float* out, std::uint32_t n) { std::fill(out, out + n, 0.0f); });
+    ear->attachSource({8000.0, 1},
+                      [](float* out, std::uint32_t n) { std::fill(out, out + n, 0.0f); });
     ear->installTap(960, [&](const float* s, std::uint32_t frames, const AudioFormat& f) {
         if (!earListening) {
             return;

@@ -166,9 +166,8 @@ std::optional<CallAudio::Error> CallAudio::buildEngine(bool voiceProcessing) {
     }
     // The engine's threads stop in teardown before this object can go, so the
     // render block may point at it directly and never touch a reference count.
-    engine->attachSource(playFormat, [this](float* out, std::uint32_t frames) {
-        render(out, frames);
-    });
+    engine->attachSource(playFormat,
+                         [this](float* out, std::uint32_t frames) { render(out, frames); });
     std::weak_ptr<CallAudio> weak = weak_from_this();
     const int observer = engine->addChangeObserver([weak] {
         if (auto self = weak.lock()) {
@@ -354,8 +353,7 @@ void CallAudio::restart(int attempt) {
     }
     {
         std::lock_guard guard(m_lock);
-        m_state.lastError =
-            QStringLiteral("restart %1: ").arg(attempt + 1) + *failure;
+        m_state.lastError = QStringLiteral("restart %1: ").arg(attempt + 1) + *failure;
     }
     scheduleRestart(attempt + 1);
 }

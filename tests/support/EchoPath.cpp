@@ -19,15 +19,16 @@ std::vector<float> speak(const QString& voice, const QString& text, double secon
     QProcess espeak;
     espeak.start("espeak-ng", {"-v", voice, "-s", "150", "-w", path, text});
     if (!espeak.waitForFinished(20000) || espeak.exitCode() != 0) {
-        throw std::runtime_error("espeak-ng failed: " + espeak.readAllStandardError().toStdString());
+        throw std::runtime_error("espeak-ng failed: " +
+                                 espeak.readAllStandardError().toStdString());
     }
     auto wav = readWav(path.toStdString());
     if (!wav) {
         throw std::runtime_error("espeak-ng wrote no readable WAV");
     }
     auto converter = Converter::make(wav->format);
-    std::vector<std::int16_t> out(std::size_t(double(wav->samples.size()) * 8000.0 /
-                                              wav->format.sampleRate) + 64);
+    std::vector<std::int16_t> out(
+        std::size_t(double(wav->samples.size()) * 8000.0 / wav->format.sampleRate) + 64);
     auto result = converter->convert(wav->samples.data(),
                                      std::uint32_t(wav->samples.size() / wav->format.channels),
                                      out.data(), std::uint32_t(out.size()));
@@ -147,10 +148,10 @@ EchoFigures measureEcho(const EchoScene& scene, const VoiceSettings& settings, i
     const double end = double(scene.far.size()) / EchoScene::rate;
     EchoFigures figures;
     // The echo alone in the microphone, against what is left of it after processing.
-    figures.erleEarlyDb = ratioDb(energy(scene.echo, 0.15, 1.0, EchoScene::rate) * 2.0,
-                                  energy(out, 0.15, 1.0, rate));
-    figures.erleSecondDb = ratioDb(energy(scene.echo, 1.0, 2.0, EchoScene::rate) * 2.0,
-                                   energy(out, 1.0, 2.0, rate));
+    figures.erleEarlyDb =
+        ratioDb(energy(scene.echo, 0.15, 1.0, EchoScene::rate) * 2.0, energy(out, 0.15, 1.0, rate));
+    figures.erleSecondDb =
+        ratioDb(energy(scene.echo, 1.0, 2.0, EchoScene::rate) * 2.0, energy(out, 1.0, 2.0, rate));
     figures.erleSteadyDb = ratioDb(energy(scene.echo, start - 2.0, start, EchoScene::rate) * 2.0,
                                    energy(out, start - 2.0, start, rate));
     figures.nearChangeDb = ratioDb(energy(out, start, end - 0.1, rate),

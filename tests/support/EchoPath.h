@@ -11,7 +11,7 @@
 struct EchoScene {
     static constexpr double rate = 8000.0;
     static constexpr double doubleTalkFrom = 6.0; // seconds
-    std::vector<float> far;  // as played
+    std::vector<float> far;                       // as played
     std::vector<float> near; // the local talker alone, zero before doubleTalkFrom
     std::vector<float> echo; // the far end as the microphone hears it
 };

@@ -33,8 +33,8 @@ Converter::~Converter() {
     speex_resampler_destroy(m_resampler);
 }
 
-Converter::Result Converter::convert(const float* samples, std::uint32_t frames,
-                                     std::int16_t* out, std::uint32_t capacity) {
+Converter::Result Converter::convert(const float* samples, std::uint32_t frames, std::int16_t* out,
+                                     std::uint32_t capacity) {
     Result result;
     if (frames == 0) {
         return result;

@@ -41,9 +41,8 @@ public:
             m_position += captureFrames;
             deliverCapture(m_capture.data(), captureFrames, hw);
         });
-        m_renderThread.start(period, [this] {
-            renderInto(m_render.data(), std::uint32_t(m_render.size()));
-        });
+        m_renderThread.start(
+            period, [this] { renderInto(m_render.data(), std::uint32_t(m_render.size())); });
         m_running = true;
         return std::nullopt;
     }

@@ -25,7 +25,9 @@ constexpr pa_usec_t latencyPollUsec = 250 * 1000;
 // The locked main loop, for the scope of a block.
 class LoopLock {
 public:
-    explicit LoopLock(pa_threaded_mainloop* loop) : m_loop(loop) { pa_threaded_mainloop_lock(loop); }
+    explicit LoopLock(pa_threaded_mainloop* loop) : m_loop(loop) {
+        pa_threaded_mainloop_lock(loop);
+    }
     ~LoopLock() { pa_threaded_mainloop_unlock(m_loop); }
     LoopLock(const LoopLock&) = delete;
     LoopLock& operator=(const LoopLock&) = delete;
@@ -53,7 +55,8 @@ public:
             return AudioError{PA_ERR_INTERNAL, "cannot make a PulseAudio context"};
         }
         pa_context_set_state_callback(
-            m_context, [](pa_context*, void* self) {
+            m_context,
+            [](pa_context*, void* self) {
                 pa_threaded_mainloop_signal(static_cast<Connection*>(self)->m_loop, 0);
             },
             this);
@@ -183,9 +186,9 @@ public:
             }
         }
         if (m_latencyTimer == nullptr) {
-            m_latencyTimer = pa_context_rttime_new(m_connection->context(),
-                                                   pa_rtclock_now() + latencyPollUsec,
-                                                   &PulseEngine::onLatencyTimer, this);
+            m_latencyTimer =
+                pa_context_rttime_new(m_connection->context(), pa_rtclock_now() + latencyPollUsec,
+                                      &PulseEngine::onLatencyTimer, this);
         }
         return std::nullopt;
     }
@@ -361,11 +364,10 @@ private:
         attr.tlength = std::uint32_t(pa_usec_to_bytes(20 * 1000, &spec));
         pa_stream_set_state_callback(m_playback, &PulseEngine::onStreamState, this);
         pa_stream_set_write_callback(m_playback, &PulseEngine::onWrite, this);
-        const auto flags = pa_stream_flags_t(PA_STREAM_ADJUST_LATENCY |
-                                             PA_STREAM_AUTO_TIMING_UPDATE |
-                                             PA_STREAM_INTERPOLATE_TIMING);
-        if (pa_stream_connect_playback(m_playback, device(m_options.sink), &attr, flags,
-                                       nullptr, nullptr) < 0) {
+        const auto flags = pa_stream_flags_t(
+            PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_INTERPOLATE_TIMING);
+        if (pa_stream_connect_playback(m_playback, device(m_options.sink), &attr, flags, nullptr,
+                                       nullptr) < 0) {
             auto failure = m_connection->error();
             closeStream(m_playback);
             return failure;
@@ -401,9 +403,8 @@ private:
         attr.fragsize = std::uint32_t(pa_usec_to_bytes(20 * 1000, &spec));
         pa_stream_set_state_callback(m_record, &PulseEngine::onStreamState, this);
         pa_stream_set_read_callback(m_record, &PulseEngine::onRead, this);
-        const auto flags = pa_stream_flags_t(PA_STREAM_ADJUST_LATENCY |
-                                             PA_STREAM_AUTO_TIMING_UPDATE |
-                                             PA_STREAM_INTERPOLATE_TIMING);
+        const auto flags = pa_stream_flags_t(
+            PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_INTERPOLATE_TIMING);
         startCaptureThread(format);
         if (pa_stream_connect_record(m_record, device(m_options.source), &attr, flags) < 0) {
             auto failure = m_connection->error();
@@ -476,9 +477,7 @@ private:
             }
             pa_stream_drop(stream);
         }
-        {
-            std::lock_guard guard(self->m_captureMutex);
-        }
+        { std::lock_guard guard(self->m_captureMutex); }
         self->m_captureWake.notify_one();
     }
 

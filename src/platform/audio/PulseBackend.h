@@ -14,7 +14,7 @@
 class PulseBackend : public AudioBackend {
 public:
     struct Options {
-        std::string server;      // empty: the default (PULSE_SERVER or the user's socket)
+        std::string server;          // empty: the default (PULSE_SERVER or the user's socket)
         bool voiceProcessing = true; // false: the engine refuses it, as hardware without it would
         VoiceSettings voice = VoiceSettings::tuned();
         std::string applicationName = "velnor RZ";

@@ -47,7 +47,9 @@ public:
     }
 
     // Consumer side only.
-    void clear() { m_tail.store(m_head.load(std::memory_order_acquire), std::memory_order_release); }
+    void clear() {
+        m_tail.store(m_head.load(std::memory_order_acquire), std::memory_order_release);
+    }
 
 private:
     std::vector<float> m_buffer;

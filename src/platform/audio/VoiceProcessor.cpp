@@ -72,9 +72,8 @@ std::unique_ptr<VoiceProcessor> VoiceProcessor::make(const VoiceSettings& settin
         }
     }
     int rerr = 0;
-    SpeexResamplerState* render =
-        speex_resampler_init(1, spx_uint32_t(std::lround(renderRate)), spx_uint32_t(rate),
-                             resamplerQuality, &rerr);
+    SpeexResamplerState* render = speex_resampler_init(1, spx_uint32_t(std::lround(renderRate)),
+                                                       spx_uint32_t(rate), resamplerQuality, &rerr);
     if (render == nullptr) {
         return fail(rerr, speex_resampler_strerror(rerr));
     }
@@ -120,9 +119,8 @@ std::optional<AudioError> VoiceProcessor::capture(const float* samples, std::uin
             speex_resampler_destroy(m_captureResampler);
         }
         int err = 0;
-        m_captureResampler =
-            speex_resampler_init(1, spx_uint32_t(std::lround(format.sampleRate)),
-                                 spx_uint32_t(rate), resamplerQuality, &err);
+        m_captureResampler = speex_resampler_init(1, spx_uint32_t(std::lround(format.sampleRate)),
+                                                  spx_uint32_t(rate), resamplerQuality, &err);
         if (m_captureResampler == nullptr) {
             return AudioError{err, speex_resampler_strerror(err)};
         }

@@ -89,8 +89,8 @@ TEST(PulseAudioBackend, AToneThroughPlaybackComesBackOnTheSinksMonitor) {
     std::atomic<std::uint64_t> position{0};
     engine->attachSource({8000.0, 1}, [&](float* out, std::uint32_t frames) {
         for (std::uint32_t i = 0; i < frames; ++i) {
-            out[i] = 0.5f * float(std::sin(2 * std::numbers::pi * 1000.0 *
-                                           double(position + i) / 8000.0));
+            out[i] = 0.5f *
+                     float(std::sin(2 * std::numbers::pi * 1000.0 * double(position + i) / 8000.0));
         }
         position += frames;
     });
@@ -115,9 +115,8 @@ TEST(PulseAudioBackend, CaptureDeliversBlocksAtThePaceOfRealTime) {
     PulseBackend backend;
     auto engine = backend.makeEngine();
     Tap tap;
-    engine->attachSource({8000.0, 1}, [](float* out, std::uint32_t frames) {
-        std::fill(out, out + frames, 0.0f);
-    });
+    engine->attachSource(
+        {8000.0, 1}, [](float* out, std::uint32_t frames) { std::fill(out, out + frames, 0.0f); });
     engine->installTap(960, tap.block());
     ASSERT_EQ(engine->start(), std::nullopt);
     ASSERT_TRUE(waitUntil([&] { return tap.blocks() >= 110; }, 6s));
@@ -141,17 +140,16 @@ TEST(PulseAudioBackend, SinkAndDefaultChangesAreReported) {
     auto engine = backend.makeEngine();
     std::atomic<int> changes{0};
     engine->addChangeObserver([&] { ++changes; });
-    engine->attachSource({8000.0, 1}, [](float* out, std::uint32_t frames) {
-        std::fill(out, out + frames, 0.0f);
-    });
+    engine->attachSource(
+        {8000.0, 1}, [](float* out, std::uint32_t frames) { std::fill(out, out + frames, 0.0f); });
     Tap tap;
     engine->installTap(960, tap.block());
     ASSERT_EQ(engine->start(), std::nullopt);
     EXPECT_EQ(changes, 0);
 
-    const int module = server.loadModule(
-        "module-null-sink", {"sink_name=headset", "norewinds=1",
-                             "sink_properties=device.form_factor=headset"});
+    const int module =
+        server.loadModule("module-null-sink", {"sink_name=headset", "norewinds=1",
+                                               "sink_properties=device.form_factor=headset"});
     ASSERT_TRUE(waitUntil([&] { return changes >= 1; }, 3s));
     const int afterLoad = changes;
     EXPECT_EQ(afterLoad, 1); // the sink and its monitor make one report
@@ -215,9 +213,9 @@ TEST(PulseAudioCall, ToneFromTheCallReachesTheSinkAndTheMicrophoneReachesTheCall
             last.push_back(float(s) / 32768.0f);
         }
     }
-    EXPECT_GT(10 * std::log10(goertzel(last, 440, 8000) /
-                              std::max(goertzel(last, 1000, 8000), 1e-12)),
-              20.0);
+    EXPECT_GT(
+        10 * std::log10(goertzel(last, 440, 8000) / std::max(goertzel(last, 1000, 8000), 1e-12)),
+        20.0);
     EXPECT_TRUE(waitUntil([&] { return call->reads() >= 40; }, 5s));
     audio->stop();
 }
@@ -236,9 +234,9 @@ TEST(PulseAudioCall, ChangesRestartTheCaptureAndSoundGoesOn) {
     ASSERT_TRUE(call->waitForFrames(10, 5s));
 
     // A headset comes: a new sink and a new microphone at another rate, made the defaults.
-    server.loadModule("module-null-sink", {"sink_name=headset", "rate=16000", "channels=1",
-                                           "norewinds=1",
-                                           "sink_properties=device.form_factor=headset"});
+    server.loadModule("module-null-sink",
+                      {"sink_name=headset", "rate=16000", "channels=1", "norewinds=1",
+                       "sink_properties=device.form_factor=headset"});
     server.loadModule("module-sine-source",
                       {"source_name=headsetmic", "rate=16000", "frequency=600"});
     server.setDefaultSink("headset");

@@ -32,8 +32,8 @@ inline std::string toneWav(const QTemporaryDir& dir, const std::string& name, Au
     WavData data{format, {}};
     const auto frames = std::size_t(seconds * format.sampleRate);
     for (std::size_t i = 0; i < frames; ++i) {
-        float v = level * float(std::sin(2.0 * std::numbers::pi * hz * double(i) /
-                                         format.sampleRate));
+        float v =
+            level * float(std::sin(2.0 * std::numbers::pi * hz * double(i) / format.sampleRate));
         for (int c = 0; c < format.channels; ++c) {
             data.samples.push_back(v);
         }

@@ -30,8 +30,7 @@ const AudioError noVoice{-6, "the voice unit is busy"};
 
 // A file backend stepped by hand, with voice processing refused, so that the
 // tap sees the hardware's own format.
-std::shared_ptr<FileBackend> plainBackend(const std::string& mic,
-                                          std::uint32_t blockFrames = 0) {
+std::shared_ptr<FileBackend> plainBackend(const std::string& mic, std::uint32_t blockFrames = 0) {
     FileBackend::Options options;
     options.micPath = mic;
     options.blockFrames = blockFrames;
@@ -214,7 +213,7 @@ TEST(CallAudioSwitch, WhileRunningMovesTheHardwareToTheOtherCall) {
     ASSERT_TRUE(backend->pump(3));
     EXPECT_EQ(first->framesWritten(), 2u);
     EXPECT_EQ(second->framesWritten(), 3u);
-    EXPECT_EQ(audio->micFrames(), 5); // the counters stay
+    EXPECT_EQ(audio->micFrames(), 5);     // the counters stay
     EXPECT_EQ(backend->enginesMade(), 2); // one refused voice processing; no third
 }
 
@@ -358,9 +357,8 @@ TEST(CallAudioRestart, TenFailedTriesLeaveTheLastText) {
     ASSERT_EQ(startAndWait(*audio, call), std::nullopt);
     const auto started = std::chrono::steady_clock::now();
     backend->injectConfigurationChange(AudioFormat{0.0, 0});
-    ASSERT_TRUE(waitUntil([&] { return audio->lastError() &&
-                                       audio->lastError()->startsWith("restart 2:"); },
-                          5s));
+    ASSERT_TRUE(waitUntil(
+        [&] { return audio->lastError() && audio->lastError()->startsWith("restart 2:"); }, 5s));
     ASSERT_TRUE(settle(*audio));
     EXPECT_EQ(audio->lastError(), QString("restart 10: no converter for 0 Hz, 0 ch, float32"));
     EXPECT_EQ(audio->restarts(), 1);

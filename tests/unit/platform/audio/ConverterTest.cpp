@@ -10,8 +10,8 @@ namespace {
 std::vector<float> tone(AudioFormat format, std::size_t frames, double hz) {
     std::vector<float> out;
     for (std::size_t i = 0; i < frames; ++i) {
-        float v = 0.5f * float(std::sin(2.0 * std::numbers::pi * hz * double(i) /
-                                        format.sampleRate));
+        float v =
+            0.5f * float(std::sin(2.0 * std::numbers::pi * hz * double(i) / format.sampleRate));
         for (int c = 0; c < format.channels; ++c) {
             out.push_back(v);
         }

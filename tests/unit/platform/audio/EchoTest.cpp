@@ -15,7 +15,8 @@ VoiceSettings withoutGain(VoiceSettings settings) {
 TEST(EchoCancellation, TheEchoGoesDeepAndFastAndTheNearEndStaysInDoubleTalk) {
     const EchoScene scene = makeEchoScene(150);
     const EchoFigures tuned = measureEcho(scene, withoutGain(VoiceSettings::tuned()), 150);
-    const EchoFigures plain = measureEcho(scene, withoutGain(VoiceSettings::libraryDefaults()), 150);
+    const EchoFigures plain =
+        measureEcho(scene, withoutGain(VoiceSettings::libraryDefaults()), 150);
     RecordProperty("erle_steady_db", std::to_string(tuned.erleSteadyDb));
     EXPECT_GT(tuned.erleEarlyDb, 20.0);
     EXPECT_GT(tuned.erleSecondDb, 30.0);
