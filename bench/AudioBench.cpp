@@ -173,6 +173,60 @@ Latency measureLatency(const VoiceSettings& settings) {
     return {median(fromMouth), median(toEar)};
 }
 
+// Far-end speech played through a room (the speaker's monitor looped back into
+// the microphone) and what reaches the call, with or without voice processing.
+double roomEnergy(const std::vector<std::int16_t>& far, const VoiceSettings& settings,
+                  bool voiceProcessing) {
+    PulseAudioServer server(
+        {"load-module module-null-sink sink_name=speaker rate=48000 channels=1 norewinds=1",
+         "load-module module-null-sink sink_name=room rate=48000 channels=1 norewinds=1",
+         "load-module module-loopback source=speaker.monitor sink=room latency_msec=30",
+         "set-default-sink speaker", "set-default-source room.monitor"});
+    PulseBackend::Options options;
+    options.voiceProcessing = voiceProcessing;
+    options.voice = settings;
+    auto audio = CallAudio::make(std::make_shared<PulseBackend>(options));
+    struct Call : BenchCall {
+        std::vector<std::int16_t> far;
+        std::size_t at = 0;
+        std::mutex mutex;
+        std::vector<std::int16_t> heard;
+        std::vector<std::int16_t> readAudio() override {
+            std::vector<std::int16_t> out(160, 0);
+            for (auto& s : out) {
+                if (at < far.size()) {
+                    s = far[at++];
+                }
+            }
+            return out;
+        }
+        void writeAudio(const std::vector<std::int16_t>& frame) override {
+            std::lock_guard guard(mutex);
+            heard.insert(heard.end(), frame.begin(), frame.end());
+        }
+    };
+    auto call = std::make_shared<Call>();
+    call->far = far;
+    std::promise<std::optional<CallAudio::Error>> started;
+    audio->start(call, [&](auto error) { started.set_value(error); });
+    if (started.get_future().get()) {
+        return -1;
+    }
+    waitUntil(
+        [&] {
+            std::lock_guard guard(call->mutex);
+            return call->heard.size() >= 9 * 8000;
+        },
+        20s);
+    audio->stop();
+    std::lock_guard guard(call->mutex);
+    double sum = 0;
+    for (std::size_t i = 4 * 8000; i < 9 * 8000 && i < call->heard.size(); ++i) {
+        sum += double(call->heard[i]) * call->heard[i];
+    }
+    return sum;
+}
+
 void print(const char* name, double value) {
     std::printf("%s: %.1f\n", name, value);
     std::fflush(stdout);
@@ -209,11 +263,28 @@ int main(int argc, char** argv) {
     print("erle_steady_db_baseline", b.erleSteadyDb);
     print("near_end_change_double_talk_db", a.nearChangeDb);
     print("near_end_change_double_talk_db_baseline", b.nearChangeDb);
+    // What processing takes from the near end when there is no far end at all.
+    EchoScene quiet = scene;
+    std::fill(quiet.far.begin(), quiet.far.end(), 0.0f);
+    std::fill(quiet.echo.begin(), quiet.echo.end(), 0.0f);
+    print("near_end_change_no_far_end_db", measureEcho(quiet, echoTuned, 150).nearChangeDb);
+    print("near_end_change_no_far_end_db_baseline", measureEcho(quiet, echoBase, 150).nearChangeDb);
     // With everything in calls, gain control included.
     const EchoFigures full = measureEcho(scene, tuned, 150);
     const EchoFigures fullBase = measureEcho(scene, baseline, 150);
     print("voice_processing_cpu_ms_per_s", full.cpuMsPerSecond);
     print("voice_processing_cpu_ms_per_s_baseline", fullBase.cpuMsPerSecond);
+    // The same speech through PulseAudio and a looped-back room, the echo delay
+    // taken from the streams' measured latencies.
+    std::vector<std::int16_t> far;
+    for (float v : scene.far) {
+        far.push_back(std::int16_t(v * 32767.0f));
+    }
+    const double open = roomEnergy(far, echoTuned, false);
+    const double roomTuned = roomEnergy(far, echoTuned, true);
+    const double roomBase = roomEnergy(far, echoBase, true);
+    print("erle_pulse_room_4_9s_db", 10 * std::log10(open / std::max(roomTuned, 1.0)));
+    print("erle_pulse_room_4_9s_db_baseline", 10 * std::log10(open / std::max(roomBase, 1.0)));
     // What a wrong delay costs: the lever the measured latencies pull.
     const EchoFigures blind = measureEcho(scene, echoTuned, 0);
     print("erle_steady_db_delay_unreported", blind.erleSteadyDb);
