@@ -16,11 +16,37 @@ std::string apmError(const char* what, int code) {
     return std::string(what) + " failed (" + std::to_string(code) + ")";
 }
 
+webrtc::EchoCancellation::SuppressionLevel suppressionLevel(VoiceSettings::Suppression level) {
+    switch (level) {
+    case VoiceSettings::Suppression::low:
+        return webrtc::EchoCancellation::kLowSuppression;
+    case VoiceSettings::Suppression::moderate:
+        return webrtc::EchoCancellation::kModerateSuppression;
+    case VoiceSettings::Suppression::high:
+        break;
+    }
+    return webrtc::EchoCancellation::kHighSuppression;
+}
+
+// Whether a chunk carries sound worth learning from (above about -50 dBFS).
+bool audible(const std::vector<float>& chunk) {
+    double sum = 0;
+    for (float v : chunk) {
+        sum += double(v) * v;
+    }
+    return sum / double(chunk.size()) > 1e-5;
+}
+
 } // namespace
 
 VoiceSettings VoiceSettings::tuned() {
+    // Measured on a synthetic room: firm suppression for the first two seconds of
+    // far-end speech converges faster than the defaults, and low suppression after
+    // that ducks the near end about a decibel less in double-talk, for the same depth.
     VoiceSettings s;
     s.suppression = Suppression::low;
+    s.learningSuppression = Suppression::high;
+    s.learningSeconds = 2.0;
     return s;
 }
 
@@ -49,10 +75,9 @@ std::unique_ptr<VoiceProcessor> VoiceProcessor::make(const VoiceSettings& settin
     if (err != 0) {
         return fail(err, apmError("echo cancellation", err));
     }
-    static const webrtc::EchoCancellation::SuppressionLevel levels[] = {
-        webrtc::EchoCancellation::kLowSuppression, webrtc::EchoCancellation::kModerateSuppression,
-        webrtc::EchoCancellation::kHighSuppression};
-    err = apm->echo_cancellation()->set_suppression_level(levels[int(settings.suppression)]);
+    const VoiceSettings::Suppression first =
+        settings.learningSuppression.value_or(settings.suppression);
+    err = apm->echo_cancellation()->set_suppression_level(suppressionLevel(first));
     if (err != 0) {
         return fail(err, apmError("echo suppression level", err));
     }
@@ -83,7 +108,8 @@ std::unique_ptr<VoiceProcessor> VoiceProcessor::make(const VoiceSettings& settin
 VoiceProcessor::VoiceProcessor(const VoiceSettings& settings, webrtc::AudioProcessing* apm,
                                SpeexResamplerState_* renderResampler)
     : m_settings(settings), m_apm(apm), m_renderResampler(renderResampler), m_far(farCapacity),
-      m_farChunk(chunk), m_outChunk(chunk) {}
+      m_farChunk(chunk), m_outChunk(chunk),
+      m_learning(settings.learningSuppression.has_value() && settings.learningSeconds > 0) {}
 
 VoiceProcessor::~VoiceProcessor() {
     speex_resampler_destroy(m_renderResampler);
@@ -154,6 +180,12 @@ std::optional<AudioError> VoiceProcessor::capture(const float* samples, std::uin
             m_far.pop(m_farChunk.data(), chunk);
             const float* far[] = {m_farChunk.data()};
             m_apm->AnalyzeReverseStream(far, chunk, rate, webrtc::AudioProcessing::kMono);
+            if (m_learning && audible(m_farChunk) &&
+                double(++m_farChunks) * 0.01 >= m_settings.learningSeconds) {
+                m_learning = false;
+                m_apm->echo_cancellation()->set_suppression_level(
+                    suppressionLevel(m_settings.suppression));
+            }
         }
         const double nearWaitMs = double(total - offset) * 1000.0 / rate;
         const double farWaitMs = double(farWaiting) * 1000.0 / rate / 2.0;

@@ -19,6 +19,10 @@ struct VoiceSettings {
     bool extendedFilter = false;
     bool delayAgnostic = false;
     Suppression suppression = Suppression::moderate;
+    // While the filter is still learning the room, a firmer suppression hides
+    // the echo it cannot yet cancel; after that `suppression` keeps double-talk open.
+    std::optional<Suppression> learningSuppression;
+    double learningSeconds = 0; // of far-end sound heard
     bool noiseSuppression = true;
     bool gainControl = true;
     // Added to the delay measured from the device latencies.
@@ -74,4 +78,6 @@ private:
     std::vector<float> m_outChunk;
     std::atomic<int> m_deviceDelayMs{0};
     std::atomic<int> m_reportedDelayMs{0};
+    std::size_t m_farChunks = 0; // chunks of far-end sound fed so far
+    bool m_learning = false;
 };

@@ -22,9 +22,11 @@ TEST(EchoCancellation, TheEchoGoesDeepAndFastAndTheNearEndStaysInDoubleTalk) {
     EXPECT_GT(tuned.erleSecondDb, 30.0);
     EXPECT_GT(tuned.erleSteadyDb, 35.0);
     EXPECT_GT(tuned.nearChangeDb, -3.5);
-    // The near end is ducked less than with the library's defaults, for nearly the same depth.
+    // Against the library's defaults: faster, as deep, and the near end ducked less.
+    EXPECT_GE(tuned.erleEarlyDb, plain.erleEarlyDb);
+    EXPECT_GE(tuned.erleSecondDb, plain.erleSecondDb - 1.0);
+    EXPECT_GT(tuned.erleSteadyDb, plain.erleSteadyDb - 1.0);
     EXPECT_GT(tuned.nearChangeDb, plain.nearChangeDb + 0.5);
-    EXPECT_GT(tuned.erleSteadyDb, plain.erleSteadyDb - 3.0);
 }
 
 TEST(EchoCancellation, TheReportedDelayDecides) {
