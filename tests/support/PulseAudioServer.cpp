@@ -35,10 +35,23 @@ PulseAudioServer::PulseAudioServer(const QStringList& script) {
     m_environment.insert("XDG_CONFIG_HOME", home + "/.config");
     m_environment.insert("PULSE_SERVER", m_address);
     m_environment.remove("DBUS_SESSION_BUS_ADDRESS");
+    m_script = file.fileName();
+    startDaemon();
+    m_hadServer = qEnvironmentVariableIsSet("PULSE_SERVER");
+    m_savedServer = qgetenv("PULSE_SERVER");
+    qputenv("PULSE_SERVER", m_address.toUtf8());
+}
+
+void PulseAudioServer::restart() {
+    m_daemon.stop();
+    startDaemon();
+}
+
+void PulseAudioServer::startDaemon() {
     m_daemon.start("pulseaudio",
                    {"-n", "--daemonize=no", "--exit-idle-time=-1", "--disallow-exit",
                     "--realtime=no", "--high-priority=no", "--log-target=stderr",
-                    "--use-pid-file=no", "-F", file.fileName()},
+                    "--use-pid-file=no", "-F", m_script},
                    m_environment);
 
     QDeadlineTimer deadline(std::chrono::seconds(10));
@@ -55,9 +68,6 @@ PulseAudioServer::PulseAudioServer(const QStringList& script) {
         }
         QThread::msleep(20);
     }
-    m_hadServer = qEnvironmentVariableIsSet("PULSE_SERVER");
-    m_savedServer = qgetenv("PULSE_SERVER");
-    qputenv("PULSE_SERVER", m_address.toUtf8());
 }
 
 PulseAudioServer::~PulseAudioServer() {

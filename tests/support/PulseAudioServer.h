@@ -19,6 +19,10 @@ public:
     QString address() const { return m_address; }
     qint64 pid() const { return m_daemon.pid(); }
 
+    // Stops the daemon by its PID and starts it again with the same script,
+    // as when the sound server is restarted under a running call.
+    void restart();
+
     // Runs pactl against this daemon; throws with its error output on failure.
     QString pactl(const QStringList& arguments);
     // Gives the module's index.
@@ -28,7 +32,10 @@ public:
     void setDefaultSource(const QString& name) { pactl({"set-default-source", name}); }
 
 private:
+    void startDaemon();
+
     QTemporaryDir m_dir;
+    QString m_script;
     QString m_address;
     QProcessEnvironment m_environment;
     ChildProcess m_daemon;

@@ -11,6 +11,7 @@
 #include <cmath>
 #include <condition_variable>
 #include <cstring>
+#include <functional>
 #include <mutex>
 #include <thread>
 
@@ -21,6 +22,7 @@ constexpr double blockSeconds = 0.020;
 // Events come in bursts (a new sink brings its monitor source); one report each.
 constexpr pa_usec_t coalesceUsec = 30 * 1000;
 constexpr pa_usec_t latencyPollUsec = 250 * 1000;
+const AudioFormat guess{48000.0, 1};
 
 // The locked main loop, for the scope of a block.
 class LoopLock {
@@ -56,8 +58,16 @@ public:
         }
         pa_context_set_state_callback(
             m_context,
-            [](pa_context*, void* self) {
-                pa_threaded_mainloop_signal(static_cast<Connection*>(self)->m_loop, 0);
+            [](pa_context* context, void* data) {
+                auto* self = static_cast<Connection*>(data);
+                const pa_context_state_t state = pa_context_get_state(context);
+                if (state == PA_CONTEXT_READY) {
+                    self->m_ready = true;
+                } else if (!PA_CONTEXT_IS_GOOD(state) && self->m_ready && self->m_lost) {
+                    self->m_ready = false;
+                    self->m_lost();
+                }
+                pa_threaded_mainloop_signal(self->m_loop, 0);
             },
             this);
         if (pa_context_connect(m_context, server.empty() ? nullptr : server.c_str(),
@@ -137,8 +147,12 @@ public:
 
     pa_threaded_mainloop* loop() const { return m_loop; }
     pa_context* context() const { return m_context; }
+    // Runs on the loop's thread when a ready connection goes (the server quit or crashed).
+    void onLost(std::function<void()> lost) { m_lost = std::move(lost); }
 
 private:
+    bool m_ready = false;
+    std::function<void()> m_lost;
     pa_threaded_mainloop* m_loop = nullptr;
     pa_context* m_context = nullptr;
 };
@@ -185,6 +199,14 @@ public:
                 return failure;
             }
         }
+        if (m_guessedFormat) {
+            // The tap may have been made for a guessed format: a change brings one
+            // for the real format.
+            m_guessedFormat = false;
+            if (!(m_recordFormat == guess)) {
+                scheduleReport();
+            }
+        }
         if (m_latencyTimer == nullptr) {
             m_latencyTimer =
                 pa_context_rttime_new(m_connection->context(), pa_rtclock_now() + latencyPollUsec,
@@ -210,7 +232,7 @@ public:
     }
 
     bool isRunning() override {
-        if (!m_connection) {
+        if (!m_connection || m_lost) {
             return false;
         }
         LoopLock lock(m_connection->loop());
@@ -228,7 +250,8 @@ protected:
     AudioFormat hardwareFormat() override {
         if (connect()) {
             // No server to ask: the format the record stream will ask for.
-            return AudioFormat{48000.0, 1};
+            m_guessedFormat = true;
+            return guess;
         }
         LoopLock lock(m_connection->loop());
         auto info = m_connection->serverInfo();
@@ -281,15 +304,19 @@ protected:
 
 private:
     std::optional<AudioError> connect() {
-        if (m_connection) {
+        if (m_connection && !m_lost) {
             return std::nullopt;
         }
-        if (m_connectError) {
-            return m_connectError;
+        if (m_connection) {
+            dropConnection();
         }
         auto connection = std::make_unique<Connection>();
+        connection->onLost([this] {
+            // Reported as a change, so the restarts connect again once a server is back.
+            m_lost = true;
+            notifyChange();
+        });
         if (auto failure = connection->open(m_options.server, m_options.applicationName)) {
-            m_connectError = failure;
             return failure;
         }
         m_connection = std::move(connection);
@@ -307,6 +334,28 @@ private:
             },
             m_connection->loop()));
         return std::nullopt;
+    }
+
+    void dropConnection() {
+        {
+            LoopLock lock(m_connection->loop());
+            closeStream(m_playback);
+            closeStream(m_record);
+            auto* api = pa_threaded_mainloop_get_api(m_connection->loop());
+            if (m_latencyTimer != nullptr) {
+                api->time_free(m_latencyTimer);
+                m_latencyTimer = nullptr;
+            }
+            if (m_coalesce != nullptr) {
+                api->time_free(m_coalesce);
+                m_coalesce = nullptr;
+            }
+            pa_context_set_subscribe_callback(m_connection->context(), nullptr, nullptr);
+        }
+        stopCaptureThread();
+        m_connection->close();
+        m_connection.reset();
+        m_lost = false;
     }
 
     static const char* device(const std::string& name) {
@@ -427,7 +476,10 @@ private:
         const std::uint32_t frames = std::uint32_t(std::lround(format.sampleRate * blockSeconds));
         const std::size_t block = std::size_t(frames) * std::size_t(format.channels);
         m_ring = std::make_unique<SampleRing>(block * 50);
-        m_captureStopping = false;
+        {
+            std::lock_guard guard(m_captureMutex);
+            m_captureStopping = false;
+        }
         m_captureThread = std::thread([this, format, frames, block] {
             std::vector<float> samples(block);
             std::unique_lock lock(m_captureMutex);
@@ -571,7 +623,8 @@ private:
 
     PulseBackend::Options m_options;
     std::unique_ptr<Connection> m_connection;
-    std::optional<AudioError> m_connectError;
+    std::atomic<bool> m_lost{false};
+    bool m_guessedFormat = false; // the last format given was a guess, with no server to ask
     Connection::ServerInfo m_defaults;
     pa_stream* m_playback = nullptr;
     pa_stream* m_record = nullptr;

@@ -336,3 +336,26 @@ TEST(PulseAudioCall, TheFarEndsEchoThroughARoomIsCancelled) {
     std::printf("echo through the room: %.1f dB\n", erle);
     EXPECT_GT(erle, 20.0);
 }
+
+TEST(PulseAudioCall, WhenTheSoundServerRestartsTheCallGetsSoundBack) {
+    QStringList script = speakerSink("speaker", "internal");
+    script << "load-module module-sine-source source_name=mic rate=48000 frequency=440"
+           << "set-default-source mic";
+    PulseAudioServer server(script);
+    PulseBackend::Options options;
+    options.voice.noiseSuppression = false;
+    auto audio = CallAudio::make(std::make_shared<PulseBackend>(options));
+    auto call = std::make_shared<FakeCall>();
+    ASSERT_EQ(startAndWait(*audio, call), std::nullopt);
+    ASSERT_TRUE(call->waitForFrames(10, 5s));
+
+    server.restart();
+    ASSERT_TRUE(waitUntil([&] { return audio->restarts() >= 1; }, 3s));
+    ASSERT_TRUE(waitUntil([&] { return !audio->busy(); }, 5s));
+    EXPECT_EQ(audio->lastError(), std::nullopt);
+    const auto frames = call->framesWritten();
+    const int reads = call->reads();
+    ASSERT_TRUE(call->waitForFrames(frames + 50, 5s));
+    EXPECT_TRUE(waitUntil([&] { return call->reads() >= reads + 40; }, 5s));
+    audio->stop();
+}
