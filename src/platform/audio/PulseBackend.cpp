@@ -1,5 +1,6 @@
 #include "audio/PulseBackend.h"
 
+#include "audio/DelayEstimate.h"
 #include "audio/EngineBase.h"
 #include "audio/SampleRing.h"
 
@@ -565,8 +566,9 @@ private:
         if (have) {
             self->m_playbackLatencyMs = double(play) / 1000.0;
             self->m_recordLatencyMs = double(record) / 1000.0;
+            const int delay = self->m_delay.add(int(std::lround(double(play + record) / 1000.0)));
             if (VoiceProcessor* voice = self->voiceProcessor()) {
-                voice->setDeviceDelayMs(int(std::lround(double(play + record) / 1000.0)));
+                voice->setDeviceDelayMs(delay);
             }
         }
         (void)api;
@@ -624,6 +626,7 @@ private:
     PulseBackend::Options m_options;
     std::unique_ptr<Connection> m_connection;
     std::atomic<bool> m_lost{false};
+    DelayEstimate m_delay;        // on the loop's thread
     bool m_guessedFormat = false; // the last format given was a guess, with no server to ask
     Connection::ServerInfo m_defaults;
     pa_stream* m_playback = nullptr;

@@ -75,3 +75,27 @@ TEST(PulseBuiltInRule, TheInternalSpeakerIsBuiltInAndHeadsetsAreNot) {
     EXPECT_FALSE(PulseBackend::builtIn("internal", "bluetooth", std::nullopt));
     EXPECT_FALSE(PulseBackend::builtIn("", "", std::nullopt));
 }
+
+#include "audio/DelayEstimate.h"
+
+TEST(DelayEstimate, AMomentaryJumpIsNotReported) {
+    DelayEstimate estimate;
+    EXPECT_EQ(estimate.add(22), 22);
+    for (int reading : {24, 21, 23, 22, 25}) {
+        EXPECT_EQ(estimate.add(reading), 22); // within the hysteresis: no news
+    }
+    EXPECT_EQ(estimate.add(165), 22);
+    EXPECT_EQ(estimate.add(23), 22);
+}
+
+TEST(DelayEstimate, ALastingChangeIsFollowed) {
+    DelayEstimate estimate;
+    for (int i = 0; i < 9; ++i) {
+        estimate.add(20);
+    }
+    int reported = 0;
+    for (int i = 0; i < 9; ++i) {
+        reported = estimate.add(60);
+    }
+    EXPECT_EQ(reported, 60);
+}
