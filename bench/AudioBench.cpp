@@ -1,0 +1,292 @@
+// Call audio figures: latency through PulseAudio both ways, and echo
+// cancellation on a synthetic echo path, each for the settings calls use and
+// for the library's defaults as the baseline, measured in the same run.
+
+#include "EchoPath.h"
+#include "PulseAudioServer.h"
+#include "Waits.h"
+#include "audio/PulseBackend.h"
+#include "telephony/CallAudio.h"
+
+#include <QCoreApplication>
+#include <QThread>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <future>
+#include <mutex>
+
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+double ms(Clock::duration d) {
+    return std::chrono::duration<double, std::milli>(d).count();
+}
+
+double median(std::vector<double> v) {
+    if (v.empty()) {
+        return -1;
+    }
+    std::sort(v.begin(), v.end());
+    return v[v.size() / 2];
+}
+
+// A call that plays a burst on demand and notes when a burst comes back.
+class BenchCall : public core::Call {
+public:
+    void answer() override {}
+    void hangup() override {}
+    std::string sipCallId() const override { return "bench"; }
+    std::vector<std::uint64_t> mediaCounters() const override { return {0, 0}; }
+    core::CallStats stats() const override { return {}; }
+    std::optional<std::string> remoteName() const override { return std::nullopt; }
+    std::string remoteNumber() const override { return "bench"; }
+    void sendDtmf(char) override {}
+    void setHold(bool) override {}
+    void transfer(const std::string&) override {}
+
+    std::vector<std::int16_t> readAudio() override {
+        std::vector<std::int16_t> out(160, 0);
+        if (playBurst.exchange(false)) {
+            for (std::size_t i = 0; i < out.size(); ++i) {
+                out[i] = (i / 4) % 2 ? 16000 : -16000;
+            }
+            pulledAt = Clock::now();
+        }
+        return out;
+    }
+    void writeAudio(const std::vector<std::int16_t>& frame) override {
+        if (!listening) {
+            return;
+        }
+        for (std::size_t i = 0; i < frame.size(); ++i) {
+            if (std::abs(int(frame[i])) > 3000) {
+                // The burst began this far back from the end of the frame.
+                heardAt = Clock::now() - std::chrono::microseconds((frame.size() - i) * 125);
+                listening = false;
+                heard = true;
+                return;
+            }
+        }
+    }
+
+    std::atomic<bool> playBurst{false};
+    std::atomic<bool> listening{false};
+    std::atomic<bool> heard{false};
+    Clock::time_point pulledAt;
+    Clock::time_point heardAt;
+};
+
+struct Latency {
+    double mouthToWire = -1;
+    double wireToEar = -1;
+};
+
+Latency measureLatency(const VoiceSettings& settings) {
+    PulseAudioServer server(
+        {"load-module module-null-sink sink_name=ear rate=48000 channels=2 norewinds=1",
+         "load-module module-null-sink sink_name=mouth rate=48000 channels=1 norewinds=1",
+         "set-default-sink ear", "set-default-source mouth.monitor"});
+
+    // The engine under test, through CallAudio as a call uses it.
+    PulseBackend::Options options;
+    options.voice = settings;
+    auto audio = CallAudio::make(std::make_shared<PulseBackend>(options));
+    auto call = std::make_shared<BenchCall>();
+    std::promise<std::optional<CallAudio::Error>> started;
+    audio->start(call, [&](auto error) { started.set_value(error); });
+    if (auto error = started.get_future().get()) {
+        std::fprintf(stderr, "start: %s\n", qPrintable(error->description));
+        return {};
+    }
+
+    // A listener on the ear's monitor and a talker into the mouth, both plain.
+    PulseBackend::Options earOptions;
+    earOptions.source = "ear.monitor";
+    PulseBackend earBackend(earOptions);
+    auto ear = earBackend.makeEngine();
+    std::atomic<bool> earListening{false};
+    Clock::time_point earHeard;
+    ear->attachSource({8000.0, 1},
+                      [](float* out, std::uint32_t n) { std::fill(out, out + n, 0.0f); });
+    ear->installTap(960, [&](const float* s, std::uint32_t frames, const AudioFormat& f) {
+        if (!earListening) {
+            return;
+        }
+        for (std::uint32_t i = 0; i < frames; ++i) {
+            if (std::abs(s[std::size_t(i) * f.channels]) > 0.1f) {
+                earHeard = Clock::now() - std::chrono::microseconds(
+                                              std::int64_t((frames - i) * 1e6 / f.sampleRate));
+                earListening = false;
+                return;
+            }
+        }
+    });
+    PulseBackend::Options mouthOptions;
+    mouthOptions.sink = "mouth";
+    mouthOptions.source = "mouth.monitor";
+    PulseBackend mouthBackend(mouthOptions);
+    auto mouth = mouthBackend.makeEngine();
+    std::atomic<bool> speak{false};
+    Clock::time_point spokenAt;
+    mouth->attachSource({8000.0, 1}, [&](float* out, std::uint32_t n) {
+        std::fill(out, out + n, 0.0f);
+        if (speak.exchange(false)) {
+            for (std::uint32_t i = 0; i < std::min<std::uint32_t>(n, 160); ++i) {
+                out[i] = (i / 4) % 2 ? 0.5f : -0.5f;
+            }
+            spokenAt = Clock::now();
+        }
+    });
+    mouth->installTap(960, [](const float*, std::uint32_t, const AudioFormat&) {});
+    if (ear->start() || mouth->start()) {
+        std::fprintf(stderr, "helper streams did not start\n");
+        return {};
+    }
+    QThread::msleep(500); // let the streams' latencies settle before measuring
+
+    std::vector<double> toEar, fromMouth;
+    for (int round = 0; round < 7; ++round) {
+        earListening = true;
+        call->playBurst = true;
+        if (waitUntil([&] { return !earListening; }, 2s)) {
+            const double record = pulseLatency(*ear).recordMs;
+            toEar.push_back(ms(earHeard - call->pulledAt) - record);
+        }
+        QThread::msleep(200);
+        call->listening = true;
+        call->heard = false;
+        speak = true;
+        if (waitUntil([&] { return call->heard.load(); }, 2s)) {
+            const double play = pulseLatency(*mouth).playbackMs;
+            fromMouth.push_back(ms(call->heardAt - spokenAt) - play);
+        }
+        call->listening = false;
+        QThread::msleep(200);
+    }
+    audio->stop();
+    ear->stop();
+    mouth->stop();
+    return {median(fromMouth), median(toEar)};
+}
+
+// Far-end speech played through a room (the speaker's monitor looped back into
+// the microphone) and what reaches the call, with or without voice processing.
+double roomEnergy(const std::vector<std::int16_t>& far, const VoiceSettings& settings,
+                  bool voiceProcessing) {
+    PulseAudioServer server(
+        {"load-module module-null-sink sink_name=speaker rate=48000 channels=1 norewinds=1",
+         "load-module module-null-sink sink_name=room rate=48000 channels=1 norewinds=1",
+         "load-module module-loopback source=speaker.monitor sink=room latency_msec=30",
+         "set-default-sink speaker", "set-default-source room.monitor"});
+    PulseBackend::Options options;
+    options.voiceProcessing = voiceProcessing;
+    options.voice = settings;
+    auto audio = CallAudio::make(std::make_shared<PulseBackend>(options));
+    struct Call : BenchCall {
+        std::vector<std::int16_t> far;
+        std::size_t at = 0;
+        std::mutex mutex;
+        std::vector<std::int16_t> heard;
+        std::vector<std::int16_t> readAudio() override {
+            std::vector<std::int16_t> out(160, 0);
+            for (auto& s : out) {
+                if (at < far.size()) {
+                    s = far[at++];
+                }
+            }
+            return out;
+        }
+        void writeAudio(const std::vector<std::int16_t>& frame) override {
+            std::lock_guard guard(mutex);
+            heard.insert(heard.end(), frame.begin(), frame.end());
+        }
+    };
+    auto call = std::make_shared<Call>();
+    call->far = far;
+    std::promise<std::optional<CallAudio::Error>> started;
+    audio->start(call, [&](auto error) { started.set_value(error); });
+    if (started.get_future().get()) {
+        return -1;
+    }
+    waitUntil(
+        [&] {
+            std::lock_guard guard(call->mutex);
+            return call->heard.size() >= 9 * 8000;
+        },
+        20s);
+    audio->stop();
+    std::lock_guard guard(call->mutex);
+    double sum = 0;
+    for (std::size_t i = 4 * 8000; i < 9 * 8000 && i < call->heard.size(); ++i) {
+        sum += double(call->heard[i]) * call->heard[i];
+    }
+    return sum;
+}
+
+void print(const char* name, double value) {
+    std::printf("%s: %.1f\n", name, value);
+    std::fflush(stdout);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+
+    const VoiceSettings tuned = VoiceSettings::tuned();
+    const VoiceSettings baseline = VoiceSettings::libraryDefaults();
+
+    const Latency latency = measureLatency(tuned);
+    const Latency latencyBase = measureLatency(baseline);
+    print("mouth_to_wire_ms", latency.mouthToWire);
+    print("mouth_to_wire_ms_baseline", latencyBase.mouthToWire);
+    print("wire_to_ear_ms", latency.wireToEar);
+    print("wire_to_ear_ms_baseline", latencyBase.wireToEar);
+
+    // Gain control would move the near end's level by itself; the echo figures leave it out.
+    VoiceSettings echoTuned = tuned;
+    echoTuned.gainControl = false;
+    VoiceSettings echoBase = baseline;
+    echoBase.gainControl = false;
+    const EchoScene scene = makeEchoScene(150);
+    const EchoFigures a = measureEcho(scene, echoTuned, 150);
+    const EchoFigures b = measureEcho(scene, echoBase, 150);
+    print("erle_0.15_1s_db", a.erleEarlyDb);
+    print("erle_0.15_1s_db_baseline", b.erleEarlyDb);
+    print("erle_1_2s_db", a.erleSecondDb);
+    print("erle_1_2s_db_baseline", b.erleSecondDb);
+    print("erle_steady_db", a.erleSteadyDb);
+    print("erle_steady_db_baseline", b.erleSteadyDb);
+    print("near_end_change_double_talk_db", a.nearChangeDb);
+    print("near_end_change_double_talk_db_baseline", b.nearChangeDb);
+    // What processing takes from the near end when there is no far end at all.
+    EchoScene quiet = scene;
+    std::fill(quiet.far.begin(), quiet.far.end(), 0.0f);
+    std::fill(quiet.echo.begin(), quiet.echo.end(), 0.0f);
+    print("near_end_change_no_far_end_db", measureEcho(quiet, echoTuned, 150).nearChangeDb);
+    print("near_end_change_no_far_end_db_baseline", measureEcho(quiet, echoBase, 150).nearChangeDb);
+    // With everything in calls, gain control included.
+    const EchoFigures full = measureEcho(scene, tuned, 150);
+    const EchoFigures fullBase = measureEcho(scene, baseline, 150);
+    print("voice_processing_cpu_ms_per_s", full.cpuMsPerSecond);
+    print("voice_processing_cpu_ms_per_s_baseline", fullBase.cpuMsPerSecond);
+    // The same speech through PulseAudio and a looped-back room, the echo delay
+    // taken from the streams' measured latencies.
+    std::vector<std::int16_t> far;
+    for (float v : scene.far) {
+        far.push_back(std::int16_t(v * 32767.0f));
+    }
+    const double open = roomEnergy(far, echoTuned, false);
+    const double roomTuned = roomEnergy(far, echoTuned, true);
+    const double roomBase = roomEnergy(far, echoBase, true);
+    print("erle_pulse_room_4_9s_db", 10 * std::log10(open / std::max(roomTuned, 1.0)));
+    print("erle_pulse_room_4_9s_db_baseline", 10 * std::log10(open / std::max(roomBase, 1.0)));
+    // What a wrong delay costs: the lever the measured latencies pull.
+    const EchoFigures blind = measureEcho(scene, echoTuned, 0);
+    print("erle_steady_db_delay_unreported", blind.erleSteadyDb);
+    return 0;
+}

@@ -1,0 +1,701 @@
+#include "audio/PulseBackend.h"
+
+#include "audio/DelayEstimate.h"
+#include "audio/EngineBase.h"
+#include "audio/SampleRing.h"
+
+#include <pulse/pulseaudio.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <condition_variable>
+#include <cstring>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+namespace {
+
+constexpr auto connectBound = std::chrono::seconds(3);
+constexpr double blockSeconds = 0.020;
+// Events come in bursts (a new sink brings its monitor source); one report each.
+constexpr pa_usec_t coalesceUsec = 30 * 1000;
+constexpr pa_usec_t latencyPollUsec = 250 * 1000;
+const AudioFormat guess{48000.0, 1};
+
+// The locked main loop, for the scope of a block.
+class LoopLock {
+public:
+    explicit LoopLock(pa_threaded_mainloop* loop) : m_loop(loop) {
+        pa_threaded_mainloop_lock(loop);
+    }
+    ~LoopLock() { pa_threaded_mainloop_unlock(m_loop); }
+    LoopLock(const LoopLock&) = delete;
+    LoopLock& operator=(const LoopLock&) = delete;
+
+private:
+    pa_threaded_mainloop* m_loop;
+};
+
+// One context on its own threaded main loop.
+class Connection {
+public:
+    Connection() = default;
+    ~Connection() { close(); }
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    std::optional<AudioError> open(const std::string& server, const std::string& name) {
+        m_loop = pa_threaded_mainloop_new();
+        if (m_loop == nullptr || pa_threaded_mainloop_start(m_loop) < 0) {
+            return AudioError{PA_ERR_INTERNAL, "cannot start the PulseAudio main loop"};
+        }
+        LoopLock lock(m_loop);
+        m_context = pa_context_new(pa_threaded_mainloop_get_api(m_loop), name.c_str());
+        if (m_context == nullptr) {
+            return AudioError{PA_ERR_INTERNAL, "cannot make a PulseAudio context"};
+        }
+        pa_context_set_state_callback(
+            m_context,
+            [](pa_context* context, void* data) {
+                auto* self = static_cast<Connection*>(data);
+                const pa_context_state_t state = pa_context_get_state(context);
+                if (state == PA_CONTEXT_READY) {
+                    self->m_ready = true;
+                } else if (!PA_CONTEXT_IS_GOOD(state) && self->m_ready && self->m_lost) {
+                    self->m_ready = false;
+                    self->m_lost();
+                }
+                pa_threaded_mainloop_signal(self->m_loop, 0);
+            },
+            this);
+        if (pa_context_connect(m_context, server.empty() ? nullptr : server.c_str(),
+                               PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) {
+            return error();
+        }
+        const auto deadline = std::chrono::steady_clock::now() + connectBound;
+        for (;;) {
+            pa_context_state_t state = pa_context_get_state(m_context);
+            if (state == PA_CONTEXT_READY) {
+                return std::nullopt;
+            }
+            if (!PA_CONTEXT_IS_GOOD(state)) {
+                return error();
+            }
+            if (std::chrono::steady_clock::now() > deadline) {
+                return AudioError{PA_ERR_TIMEOUT, pa_strerror(PA_ERR_TIMEOUT)};
+            }
+            pa_threaded_mainloop_wait(m_loop);
+        }
+    }
+
+    void close() {
+        if (m_loop != nullptr) {
+            pa_threaded_mainloop_stop(m_loop);
+        }
+        if (m_context != nullptr) {
+            pa_context_disconnect(m_context);
+            pa_context_unref(m_context);
+            m_context = nullptr;
+        }
+        if (m_loop != nullptr) {
+            pa_threaded_mainloop_free(m_loop);
+            m_loop = nullptr;
+        }
+    }
+
+    AudioError error() const {
+        int code = m_context != nullptr ? pa_context_errno(m_context) : PA_ERR_INTERNAL;
+        return AudioError{code, pa_strerror(code)};
+    }
+
+    // With the loop locked: waits until the operation is done.
+    void wait(pa_operation* op) {
+        if (op == nullptr) {
+            return;
+        }
+        while (pa_operation_get_state(op) == PA_OPERATION_RUNNING) {
+            pa_threaded_mainloop_wait(m_loop);
+        }
+        pa_operation_unref(op);
+    }
+
+    struct ServerInfo {
+        std::string defaultSink;
+        std::string defaultSource;
+    };
+    // With the loop locked.
+    std::optional<ServerInfo> serverInfo() {
+        struct Ask {
+            Connection* self;
+            std::optional<ServerInfo> info;
+        } ask{this, std::nullopt};
+        wait(pa_context_get_server_info(
+            m_context,
+            [](pa_context*, const pa_server_info* i, void* data) {
+                auto* a = static_cast<Ask*>(data);
+                if (i != nullptr) {
+                    a->info = ServerInfo{i->default_sink_name ? i->default_sink_name : "",
+                                         i->default_source_name ? i->default_source_name : ""};
+                }
+                pa_threaded_mainloop_signal(a->self->m_loop, 0);
+            },
+            &ask));
+        return ask.info;
+    }
+
+    pa_threaded_mainloop* loop() const { return m_loop; }
+    pa_context* context() const { return m_context; }
+    // Runs on the loop's thread when a ready connection goes (the server quit or crashed).
+    void onLost(std::function<void()> lost) { m_lost = std::move(lost); }
+
+private:
+    bool m_ready = false;
+    std::function<void()> m_lost;
+    pa_threaded_mainloop* m_loop = nullptr;
+    pa_context* m_context = nullptr;
+};
+
+class PulseEngine : public EngineBase {
+public:
+    explicit PulseEngine(PulseBackend::Options options)
+        : EngineBase(options.voice), m_options(std::move(options)) {}
+
+    ~PulseEngine() override {
+        stop();
+        if (m_connection) {
+            {
+                LoopLock lock(m_connection->loop());
+                if (m_coalesce != nullptr) {
+                    pa_threaded_mainloop_get_api(m_connection->loop())->time_free(m_coalesce);
+                    m_coalesce = nullptr;
+                }
+                pa_context_set_subscribe_callback(m_connection->context(), nullptr, nullptr);
+            }
+            m_connection->close();
+        }
+    }
+
+    std::optional<AudioError> start() override {
+        if (auto failure = connect()) {
+            return failure;
+        }
+        LoopLock lock(m_connection->loop());
+        // A stream whose device went away without a successor is opened afresh.
+        if (m_playback != nullptr && !good(m_playback)) {
+            closeStream(m_playback);
+        }
+        if (m_record != nullptr && !good(m_record)) {
+            closeStream(m_record);
+        }
+        if (m_playback == nullptr) {
+            if (auto failure = openPlayback()) {
+                return failure;
+            }
+        }
+        if (m_record == nullptr) {
+            if (auto failure = openRecord()) {
+                return failure;
+            }
+        }
+        if (m_guessedFormat) {
+            // The tap may have been made for a guessed format: a change brings one
+            // for the real format.
+            m_guessedFormat = false;
+            if (!(m_recordFormat == guess)) {
+                scheduleReport();
+            }
+        }
+        if (m_latencyTimer == nullptr) {
+            m_latencyTimer =
+                pa_context_rttime_new(m_connection->context(), pa_rtclock_now() + latencyPollUsec,
+                                      &PulseEngine::onLatencyTimer, this);
+        }
+        return std::nullopt;
+    }
+
+    void stop() override {
+        if (!m_connection) {
+            return;
+        }
+        {
+            LoopLock lock(m_connection->loop());
+            closeStream(m_playback);
+            closeStream(m_record);
+            if (m_latencyTimer != nullptr) {
+                pa_threaded_mainloop_get_api(m_connection->loop())->time_free(m_latencyTimer);
+                m_latencyTimer = nullptr;
+            }
+        }
+        stopCaptureThread();
+    }
+
+    bool isRunning() override {
+        if (!m_connection || m_lost) {
+            return false;
+        }
+        LoopLock lock(m_connection->loop());
+        return good(m_playback) && good(m_record);
+    }
+
+    PulseLatency latency() {
+        PulseLatency out;
+        out.playbackMs = m_playbackLatencyMs.load();
+        out.recordMs = m_recordLatencyMs.load();
+        return out;
+    }
+
+protected:
+    AudioFormat hardwareFormat() override {
+        if (connect()) {
+            // No server to ask: the format the record stream will ask for.
+            m_guessedFormat = true;
+            return guess;
+        }
+        LoopLock lock(m_connection->loop());
+        auto info = m_connection->serverInfo();
+        if (!info) {
+            return {};
+        }
+        struct Ask {
+            pa_threaded_mainloop* loop;
+            AudioFormat format;
+        } ask{m_connection->loop(), {}};
+        const std::string source =
+            m_options.source.empty() ? info->defaultSource : m_options.source;
+        m_connection->wait(pa_context_get_source_info_by_name(
+            m_connection->context(), source.c_str(),
+            [](pa_context*, const pa_source_info* i, int eol, void* data) {
+                auto* a = static_cast<Ask*>(data);
+                if (eol == 0 && i != nullptr) {
+                    a->format = AudioFormat{double(i->sample_spec.rate), i->sample_spec.channels};
+                }
+                pa_threaded_mainloop_signal(a->loop, 0);
+            },
+            &ask));
+        return ask.format;
+    }
+
+    std::optional<AudioError> voiceProcessingObstacle() override {
+        if (!m_options.voiceProcessing) {
+            return AudioError{1, "turned off for this device"};
+        }
+        return std::nullopt;
+    }
+
+    void tapReplaced() override {
+        // A new tap follows a change: record again from whatever the default is now.
+        if (!m_connection) {
+            return;
+        }
+        {
+            LoopLock lock(m_connection->loop());
+            if (m_record == nullptr) {
+                return;
+            }
+            closeStream(m_record);
+        }
+        stopCaptureThread();
+        AudioFormat format = hardwareFormat();
+        LoopLock lock(m_connection->loop());
+        openRecord(format);
+    }
+
+private:
+    std::optional<AudioError> connect() {
+        if (m_connection && !m_lost) {
+            return std::nullopt;
+        }
+        if (m_connection) {
+            dropConnection();
+        }
+        auto connection = std::make_unique<Connection>();
+        connection->onLost([this] {
+            // Reported as a change, so the restarts connect again once a server is back.
+            m_lost = true;
+            notifyChange();
+        });
+        if (auto failure = connection->open(m_options.server, m_options.applicationName)) {
+            return failure;
+        }
+        m_connection = std::move(connection);
+        LoopLock lock(m_connection->loop());
+        if (auto info = m_connection->serverInfo()) {
+            m_defaults = *info;
+        }
+        pa_context_set_subscribe_callback(m_connection->context(), &PulseEngine::onEvent, this);
+        m_connection->wait(pa_context_subscribe(
+            m_connection->context(),
+            pa_subscription_mask_t(PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SOURCE |
+                                   PA_SUBSCRIPTION_MASK_SERVER),
+            [](pa_context*, int, void* loop) {
+                pa_threaded_mainloop_signal(static_cast<pa_threaded_mainloop*>(loop), 0);
+            },
+            m_connection->loop()));
+        return std::nullopt;
+    }
+
+    void dropConnection() {
+        {
+            LoopLock lock(m_connection->loop());
+            closeStream(m_playback);
+            closeStream(m_record);
+            auto* api = pa_threaded_mainloop_get_api(m_connection->loop());
+            if (m_latencyTimer != nullptr) {
+                api->time_free(m_latencyTimer);
+                m_latencyTimer = nullptr;
+            }
+            if (m_coalesce != nullptr) {
+                api->time_free(m_coalesce);
+                m_coalesce = nullptr;
+            }
+            pa_context_set_subscribe_callback(m_connection->context(), nullptr, nullptr);
+        }
+        stopCaptureThread();
+        m_connection->close();
+        m_connection.reset();
+        m_lost = false;
+    }
+
+    static const char* device(const std::string& name) {
+        return name.empty() ? nullptr : name.c_str();
+    }
+
+    static bool good(pa_stream* stream) {
+        return stream != nullptr && PA_STREAM_IS_GOOD(pa_stream_get_state(stream));
+    }
+
+    void closeStream(pa_stream*& stream) {
+        if (stream == nullptr) {
+            return;
+        }
+        pa_stream_set_state_callback(stream, nullptr, nullptr);
+        pa_stream_set_write_callback(stream, nullptr, nullptr);
+        pa_stream_set_read_callback(stream, nullptr, nullptr);
+        pa_stream_disconnect(stream);
+        pa_stream_unref(stream);
+        stream = nullptr;
+    }
+
+    // With the loop locked: waits until the stream is ready or has failed.
+    std::optional<AudioError> waitReady(pa_stream* stream) {
+        const auto deadline = std::chrono::steady_clock::now() + connectBound;
+        for (;;) {
+            pa_stream_state_t state = pa_stream_get_state(stream);
+            if (state == PA_STREAM_READY) {
+                return std::nullopt;
+            }
+            if (!PA_STREAM_IS_GOOD(state)) {
+                return m_connection->error();
+            }
+            if (std::chrono::steady_clock::now() > deadline) {
+                return AudioError{PA_ERR_TIMEOUT, pa_strerror(PA_ERR_TIMEOUT)};
+            }
+            pa_threaded_mainloop_wait(m_connection->loop());
+        }
+    }
+
+    static void onStreamState(pa_stream*, void* self) {
+        pa_threaded_mainloop_signal(static_cast<PulseEngine*>(self)->m_connection->loop(), 0);
+    }
+
+    std::optional<AudioError> openPlayback() {
+        const AudioFormat play = hasSource() ? sourceFormat() : AudioFormat{8000.0, 1};
+        pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, std::uint32_t(play.sampleRate),
+                            std::uint8_t(play.channels)};
+        m_playback = pa_stream_new(m_connection->context(), "call playback", &spec, nullptr);
+        if (m_playback == nullptr) {
+            return m_connection->error();
+        }
+        pa_buffer_attr attr;
+        std::memset(&attr, 0xff, sizeof attr);
+        attr.tlength = std::uint32_t(pa_usec_to_bytes(20 * 1000, &spec));
+        pa_stream_set_state_callback(m_playback, &PulseEngine::onStreamState, this);
+        pa_stream_set_write_callback(m_playback, &PulseEngine::onWrite, this);
+        const auto flags = pa_stream_flags_t(
+            PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_INTERPOLATE_TIMING);
+        if (pa_stream_connect_playback(m_playback, device(m_options.sink), &attr, flags, nullptr,
+                                       nullptr) < 0) {
+            auto failure = m_connection->error();
+            closeStream(m_playback);
+            return failure;
+        }
+        if (auto failure = waitReady(m_playback)) {
+            closeStream(m_playback);
+            return failure;
+        }
+        return std::nullopt;
+    }
+
+    std::optional<AudioError> openRecord() {
+        // Unlocked briefly: the format query waits on the loop itself.
+        pa_threaded_mainloop_unlock(m_connection->loop());
+        AudioFormat format = hardwareFormat();
+        pa_threaded_mainloop_lock(m_connection->loop());
+        return openRecord(format);
+    }
+
+    std::optional<AudioError> openRecord(AudioFormat format) {
+        if (!format.valid()) {
+            return AudioError{PA_ERR_NOENTITY, "no input device"};
+        }
+        pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, std::uint32_t(format.sampleRate),
+                            std::uint8_t(format.channels)};
+        m_record = pa_stream_new(m_connection->context(), "call capture", &spec, nullptr);
+        if (m_record == nullptr) {
+            return m_connection->error();
+        }
+        m_recordFormat = format;
+        pa_buffer_attr attr;
+        std::memset(&attr, 0xff, sizeof attr);
+        attr.fragsize = std::uint32_t(pa_usec_to_bytes(20 * 1000, &spec));
+        pa_stream_set_state_callback(m_record, &PulseEngine::onStreamState, this);
+        pa_stream_set_read_callback(m_record, &PulseEngine::onRead, this);
+        const auto flags = pa_stream_flags_t(
+            PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_INTERPOLATE_TIMING);
+        startCaptureThread(format);
+        if (pa_stream_connect_record(m_record, device(m_options.source), &attr, flags) < 0) {
+            auto failure = m_connection->error();
+            closeStream(m_record);
+            return failure;
+        }
+        if (auto failure = waitReady(m_record)) {
+            closeStream(m_record);
+            return failure;
+        }
+        return std::nullopt;
+    }
+
+    // The record stream hands over 5 ms pieces; a thread of our own assembles
+    // 20 ms blocks and runs the tap, so voice processing and the core's
+    // writeAudio never hold up playback on the main loop's thread.
+    // The capture thread never takes the loop's lock, so it may be joined under it.
+    void startCaptureThread(AudioFormat format) {
+        stopCaptureThread();
+        const std::uint32_t frames = std::uint32_t(std::lround(format.sampleRate * blockSeconds));
+        const std::size_t block = std::size_t(frames) * std::size_t(format.channels);
+        m_ring = std::make_unique<SampleRing>(block * 50);
+        {
+            std::lock_guard guard(m_captureMutex);
+            m_captureStopping = false;
+        }
+        m_captureThread = std::thread([this, format, frames, block] {
+            std::vector<float> samples(block);
+            std::unique_lock lock(m_captureMutex);
+            while (!m_captureStopping) {
+                if (m_ring->available() < block) {
+                    m_captureWake.wait(lock);
+                    continue;
+                }
+                lock.unlock();
+                m_ring->pop(samples.data(), block);
+                deliverCapture(samples.data(), frames, format);
+                lock.lock();
+            }
+        });
+    }
+
+    void stopCaptureThread() {
+        {
+            std::lock_guard guard(m_captureMutex);
+            m_captureStopping = true;
+        }
+        m_captureWake.notify_all();
+        if (m_captureThread.joinable()) {
+            m_captureThread.join();
+        }
+    }
+
+    static void onRead(pa_stream* stream, std::size_t, void* data) {
+        auto* self = static_cast<PulseEngine*>(data);
+        for (;;) {
+            const void* bytes = nullptr;
+            std::size_t size = 0;
+            if (pa_stream_peek(stream, &bytes, &size) < 0 || size == 0) {
+                break;
+            }
+            const std::size_t count = size / sizeof(float);
+            if (bytes == nullptr) {
+                // A hole in the stream: silence in its place keeps the pace.
+                static const float zeros[256] = {};
+                for (std::size_t done = 0; done < count;) {
+                    std::size_t n = std::min<std::size_t>(count - done, 256);
+                    self->m_ring->push(zeros, n);
+                    done += n;
+                }
+            } else {
+                self->m_ring->push(static_cast<const float*>(bytes), count);
+            }
+            pa_stream_drop(stream);
+        }
+        { std::lock_guard guard(self->m_captureMutex); }
+        self->m_captureWake.notify_one();
+    }
+
+    static void onWrite(pa_stream* stream, std::size_t bytes, void* data) {
+        auto* self = static_cast<PulseEngine*>(data);
+        while (bytes >= sizeof(float)) {
+            void* buffer = nullptr;
+            std::size_t size = bytes;
+            if (pa_stream_begin_write(stream, &buffer, &size) < 0 || buffer == nullptr) {
+                return;
+            }
+            size -= size % sizeof(float);
+            self->renderInto(static_cast<float*>(buffer), std::uint32_t(size / sizeof(float)));
+            pa_stream_write(stream, buffer, size, nullptr, 0, PA_SEEK_RELATIVE);
+            bytes -= std::min(bytes, size);
+        }
+    }
+
+    static void onLatencyTimer(pa_mainloop_api* api, pa_time_event* event, const timeval*,
+                               void* data) {
+        auto* self = static_cast<PulseEngine*>(data);
+        pa_usec_t play = 0, record = 0;
+        int negative = 0;
+        bool have = true;
+        if (self->m_playback == nullptr ||
+            pa_stream_get_latency(self->m_playback, &play, &negative) < 0) {
+            have = false;
+        }
+        if (self->m_record == nullptr ||
+            pa_stream_get_latency(self->m_record, &record, &negative) < 0) {
+            have = false;
+        }
+        if (have) {
+            self->m_playbackLatencyMs = double(play) / 1000.0;
+            self->m_recordLatencyMs = double(record) / 1000.0;
+            const int delay = self->m_delay.add(int(std::lround(double(play + record) / 1000.0)));
+            if (VoiceProcessor* voice = self->voiceProcessor()) {
+                voice->setDeviceDelayMs(delay);
+            }
+        }
+        (void)api;
+        pa_context_rttime_restart(self->m_connection->context(), event,
+                                  pa_rtclock_now() + latencyPollUsec);
+    }
+
+    static void onEvent(pa_context* context, pa_subscription_event_type_t type, std::uint32_t,
+                        void* data) {
+        auto* self = static_cast<PulseEngine*>(data);
+        const auto facility = type & PA_SUBSCRIPTION_EVENT_FACILITY_MASK;
+        const auto kind = type & PA_SUBSCRIPTION_EVENT_TYPE_MASK;
+        if (facility == PA_SUBSCRIPTION_EVENT_SERVER) {
+            // The default may have moved: compare once the answer is in.
+            pa_operation* op = pa_context_get_server_info(
+                context,
+                [](pa_context*, const pa_server_info* i, void* data) {
+                    auto* self = static_cast<PulseEngine*>(data);
+                    if (i == nullptr) {
+                        return;
+                    }
+                    Connection::ServerInfo now{i->default_sink_name ? i->default_sink_name : "",
+                                               i->default_source_name ? i->default_source_name
+                                                                      : ""};
+                    if (now.defaultSink != self->m_defaults.defaultSink ||
+                        now.defaultSource != self->m_defaults.defaultSource) {
+                        self->m_defaults = now;
+                        self->scheduleReport();
+                    }
+                },
+                self);
+            if (op != nullptr) {
+                pa_operation_unref(op);
+            }
+        } else if (kind == PA_SUBSCRIPTION_EVENT_NEW || kind == PA_SUBSCRIPTION_EVENT_REMOVE) {
+            self->scheduleReport();
+        }
+    }
+
+    void scheduleReport() {
+        if (m_coalesce != nullptr) {
+            return;
+        }
+        m_coalesce = pa_context_rttime_new(
+            m_connection->context(), pa_rtclock_now() + coalesceUsec,
+            [](pa_mainloop_api* api, pa_time_event* event, const timeval*, void* data) {
+                auto* self = static_cast<PulseEngine*>(data);
+                api->time_free(event);
+                self->m_coalesce = nullptr;
+                self->notifyChange();
+            },
+            this);
+    }
+
+    PulseBackend::Options m_options;
+    std::unique_ptr<Connection> m_connection;
+    std::atomic<bool> m_lost{false};
+    DelayEstimate m_delay;        // on the loop's thread
+    bool m_guessedFormat = false; // the last format given was a guess, with no server to ask
+    Connection::ServerInfo m_defaults;
+    pa_stream* m_playback = nullptr;
+    pa_stream* m_record = nullptr;
+    pa_time_event* m_latencyTimer = nullptr;
+    pa_time_event* m_coalesce = nullptr;
+    AudioFormat m_recordFormat;
+    std::unique_ptr<SampleRing> m_ring;
+    std::thread m_captureThread;
+    std::mutex m_captureMutex;
+    std::condition_variable m_captureWake;
+    bool m_captureStopping = false;
+    std::atomic<double> m_playbackLatencyMs{0};
+    std::atomic<double> m_recordLatencyMs{0};
+};
+
+} // namespace
+
+std::unique_ptr<AudioEngine> PulseBackend::makeEngine() {
+    return std::make_unique<PulseEngine>(m_options);
+}
+
+bool PulseBackend::builtIn(const std::string& formFactor, const std::string& bus,
+                           std::optional<std::uint32_t> portType) {
+    if (bus == "usb" || bus == "bluetooth") {
+        return false;
+    }
+    if (!formFactor.empty()) {
+        return formFactor == "internal";
+    }
+    return portType == std::uint32_t(PA_DEVICE_PORT_TYPE_SPEAKER);
+}
+
+bool PulseBackend::outputIsBuiltIn() {
+    Connection connection;
+    if (connection.open(m_options.server, m_options.applicationName)) {
+        return false;
+    }
+    LoopLock lock(connection.loop());
+    auto info = connection.serverInfo();
+    if (!info) {
+        return false;
+    }
+    struct Ask {
+        pa_threaded_mainloop* loop;
+        bool builtIn = false;
+    } ask{connection.loop()};
+    connection.wait(pa_context_get_sink_info_by_name(
+        connection.context(), info->defaultSink.c_str(),
+        [](pa_context*, const pa_sink_info* i, int eol, void* data) {
+            auto* a = static_cast<Ask*>(data);
+            if (eol == 0 && i != nullptr) {
+                const char* form = pa_proplist_gets(i->proplist, PA_PROP_DEVICE_FORM_FACTOR);
+                const char* bus = pa_proplist_gets(i->proplist, PA_PROP_DEVICE_BUS);
+                std::optional<std::uint32_t> port;
+                if (i->active_port != nullptr) {
+                    port = i->active_port->type;
+                }
+                a->builtIn = builtIn(form ? form : "", bus ? bus : "", port);
+            }
+            pa_threaded_mainloop_signal(a->loop, 0);
+        },
+        &ask));
+    return ask.builtIn;
+}
+
+PulseLatency pulseLatency(AudioEngine& engine) {
+    if (auto* pulse = dynamic_cast<PulseEngine*>(&engine)) {
+        return pulse->latency();
+    }
+    return {};
+}

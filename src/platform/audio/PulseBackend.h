@@ -1,0 +1,46 @@
+#pragma once
+
+#include "audio/AudioBackend.h"
+#include "audio/VoiceProcessor.h"
+
+#include <optional>
+#include <string>
+
+// PulseAudio's asynchronous API on its threaded main loop; PipeWire systems
+// serve it through pipewire-pulse. Capture is a record stream from the default
+// source at the device's own rate and channels, playback a stream to the
+// default sink that pulls on the main loop's thread, and a subscription to
+// server, sink and source events reports configuration changes.
+class PulseBackend : public AudioBackend {
+public:
+    struct Options {
+        std::string server;          // empty: the default (PULSE_SERVER or the user's socket)
+        bool voiceProcessing = true; // false: the engine refuses it, as hardware without it would
+        VoiceSettings voice = VoiceSettings::tuned();
+        std::string applicationName = "velnor RZ";
+        std::string sink;   // empty: the default sink
+        std::string source; // empty: the default source
+    };
+
+    PulseBackend() = default;
+    explicit PulseBackend(Options options) : m_options(std::move(options)) {}
+
+    std::unique_ptr<AudioEngine> makeEngine() override;
+    bool outputIsBuiltIn() override;
+
+    // The rule behind outputIsBuiltIn: a sink's form factor decides when it has
+    // one, else its active port's type; USB and Bluetooth are never built in.
+    static bool builtIn(const std::string& formFactor, const std::string& bus,
+                        std::optional<std::uint32_t> portType);
+
+private:
+    Options m_options;
+};
+
+// What the PulseAudio engine measures, for benchmarks.
+struct PulseLatency {
+    double playbackMs = 0;
+    double recordMs = 0;
+};
+// The latencies of a running PulseAudio engine; zero for any other engine.
+PulseLatency pulseLatency(AudioEngine& engine);
