@@ -148,6 +148,5 @@ function(velnor_test name)
     gtest_discover_tests(${name}
         TEST_PREFIX "${name}."
         DISCOVERY_TIMEOUT 60
-        PROPERTIES LABELS ${T_LABEL} TIMEOUT ${T_TIMEOUT}
-                   ENVIRONMENT "VELNOR_SOURCE_DIR=${PROJECT_SOURCE_DIR};VELNOR_BINARY_DIR=${PROJECT_BINARY_DIR}")
+        PROPERTIES LABELS ${T_LABEL} TIMEOUT ${T_TIMEOUT})
 endfunction()

@@ -58,11 +58,9 @@ HttpResult httpRequest(QNetworkAccessManager& network, const QByteArray& method,
 }
 
 QString DevServer::program() {
-    // The build folder is compiled in, since the environment of a discovered
-    // test does not always carry VELNOR_BINARY_DIR.
-    const auto environment = QProcessEnvironment::systemEnvironment();
-    const QString binaryDir = environment.value("VELNOR_BINARY_DIR", VELNOR_BUILD_DIR);
-    return environment.value("RZ_DEVSERVER", binaryDir + "/devserver/rz-devserver");
+    // The build folder is compiled in; RZ_DEVSERVER points the tests at another server.
+    return QProcessEnvironment::systemEnvironment().value(
+        "RZ_DEVSERVER", QStringLiteral(VELNOR_BUILD_DIR "/devserver/rz-devserver"));
 }
 
 DevServer::DevServer(const QStringList& arguments) {
