@@ -1,6 +1,6 @@
 #include "session/Session.h"
 
-#include "../api/SignInKit.h"
+#include "BrowserKit.h"
 #include "DevServer.h"
 #include "RunTask.h"
 #include "Services.h"
@@ -43,12 +43,7 @@ TEST(SecretsStayPut, RefreshTokensAppearInNoLogSettingOrCacheFile) {
     settings.setUrl("rz.server", server.url());
     KeychainStore keychain;
     Session session(settings, keychain);
-    session.setOpenBrowser([&session](const QUrl& url) {
-        const QUrl redirect = browserSignIn(url);
-        QMetaObject::invokeMethod(&session, [&session, redirect] { session.handleRedirect(redirect); },
-                                  Qt::QueuedConnection);
-        return true;
-    });
+    useSigningInBrowser(session);
 
     QStringList tokens;
     StderrCapture logs;

@@ -1,6 +1,6 @@
 #include "session/Session.h"
 
-#include "../api/SignInKit.h"
+#include "BrowserKit.h"
 #include "DevServer.h"
 #include "RunTask.h"
 #include "Services.h"
@@ -23,13 +23,7 @@ protected:
 
     std::unique_ptr<Session> make() {
         auto session = std::make_unique<Session>(settings, secrets);
-        // The browser signs in and hands the redirect back, as the desktop does.
-        session->setOpenBrowser([raw = session.get()](const QUrl& url) {
-            const QUrl redirect = browserSignIn(url);
-            QMetaObject::invokeMethod(raw, [raw, redirect] { raw->handleRedirect(redirect); },
-                                      Qt::QueuedConnection);
-            return true;
-        });
+        useSigningInBrowser(*session);
         return session;
     }
 
@@ -151,12 +145,7 @@ TEST_F(SessionServer, TheRefreshTokenIsKeptInTheRealSecretService) {
     KeychainStore keychain;
     {
         Session session(settings, keychain);
-        session.setOpenBrowser([&session](const QUrl& url) {
-            const QUrl redirect = browserSignIn(url);
-            QMetaObject::invokeMethod(&session, [&session, redirect] { session.handleRedirect(redirect); },
-                                      Qt::QueuedConnection);
-            return true;
-        });
+        useSigningInBrowser(session);
         signIn(session);
     }
     KeychainStore again;
