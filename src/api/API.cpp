@@ -191,11 +191,11 @@ QCoro::Task<QNetworkReply*> API::send(QNetworkRequest request, QByteArray method
     if (reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).isNull()) {
         // Nothing here cancels a request, so a cancelled one ran out of time;
         // the library's own words for that ("Operation canceled") would mislead.
-        const QString text = reply->error() == QNetworkReply::OperationCanceledError
-                                 ? QCoreApplication::translate(
-                                       "API", "The server did not answer within %1 seconds.")
-                                       .arg(double(m_timeout.count()) / 1000.0)
-                                 : reply->errorString();
+        const QString text =
+            reply->error() == QNetworkReply::OperationCanceledError
+                ? QCoreApplication::translate("API", "The server did not answer within %1 seconds.")
+                      .arg(double(m_timeout.count()) / 1000.0)
+                : reply->errorString();
         reply->deleteLater();
         throw TransportError(text);
     }

@@ -40,7 +40,9 @@ public:
     public:
         enum class Kind { http, oauth, signedOut };
 
-        static Failure http(int status, QString body) { return {Kind::http, status, std::move(body)}; }
+        static Failure http(int status, QString body) {
+            return {Kind::http, status, std::move(body)};
+        }
         static Failure oauth(QString code) { return {Kind::oauth, 0, std::move(code)}; }
         static Failure signedOut() { return {Kind::signedOut, 0, {}}; }
 
@@ -105,10 +107,9 @@ public:
     static constexpr int expiryMarginS = 30;
     static constexpr int requestTimeoutMs = 60'000;
 
-    static std::shared_ptr<API> make(QUrl server, SecureStore& store,
-                                     Clock& clock = Clock::system(),
-                                     std::chrono::milliseconds timeout =
-                                         std::chrono::milliseconds(requestTimeoutMs));
+    static std::shared_ptr<API>
+    make(QUrl server, SecureStore& store, Clock& clock = Clock::system(),
+         std::chrono::milliseconds timeout = std::chrono::milliseconds(requestTimeoutMs));
     ~API() override;
 
     const QUrl& server() const { return m_server; }
@@ -128,8 +129,8 @@ public:
     // A token that lives at least 30 more seconds; concurrent callers share one refresh.
     QCoro::Task<QString> validAccessToken();
     QCoro::Task<Reply> request(QString path, QByteArray method = "GET",
-                               std::optional<QByteArray> body = std::nullopt,
-                               Headers headers = {}, bool retried = false);
+                               std::optional<QByteArray> body = std::nullopt, Headers headers = {},
+                               bool retried = false);
     QCoro::Task<LiveConnection> liveConnection();
     QCoro::Task<bool> hasRefreshToken();
     // Forgets the tokens, first telling the server when revoke is true. Never fails.

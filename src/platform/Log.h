@@ -18,7 +18,6 @@ inline constexpr QStringView call = u"call";
 inline constexpr QStringView live = u"live";
 inline constexpr QStringView phone = u"phone";
 inline constexpr QStringView sip = u"sip";
-inline constexpr QStringView siri = u"siri";
 inline constexpr QStringView app = u"app";
 
 void write(QStringView category, QStringView message, Level level = Level::info);

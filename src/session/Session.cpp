@@ -198,8 +198,8 @@ QCoro::Task<> Session::enter() {
         auto api = m_api;
         const auto reply = co_await api->request(QStringLiteral("api/me"));
         setMe(decode<Me>(reply.body));
-        Log::info(Log::api, QStringLiteral("Signed in to %1 as %2")
-                                .arg(m_server.toString(), m_me->name));
+        Log::info(Log::api,
+                  QStringLiteral("Signed in to %1 as %2").arg(m_server.toString(), m_me->name));
         // The phone (wake, or provision this device) joins here; a failure of
         // it ends enter() as one of api/me does.
     } catch (...) {

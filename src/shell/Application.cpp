@@ -76,7 +76,8 @@ QObject* Application::palette() {
 }
 
 bool Application::showMainWindow() {
-    m_engine.setInitialProperties({{QStringLiteral("session"), QVariant::fromValue<QObject*>(m_session.get())}});
+    m_engine.setInitialProperties(
+        {{QStringLiteral("session"), QVariant::fromValue<QObject*>(m_session.get())}});
     m_engine.load(mainQml);
     if (!mainWindow()) {
         Log::error(Log::app, QStringLiteral("The main window did not load"));

@@ -23,8 +23,7 @@ struct TaskTimeout : std::runtime_error {
 
 namespace detail {
 
-template <typename T>
-struct TaskOutcome {
+template <typename T> struct TaskOutcome {
     std::conditional_t<std::is_void_v<T>, bool, std::optional<T>> value{};
     std::exception_ptr error;
     bool done = false;

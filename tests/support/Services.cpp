@@ -13,8 +13,8 @@
 
 namespace {
 
-const char* const homeVariables[] = {"HOME",          "XDG_CONFIG_HOME", "XDG_CACHE_HOME",
-                                     "XDG_DATA_HOME", "XDG_RUNTIME_DIR", "XDG_CURRENT_DESKTOP",
+const char* const homeVariables[] = {"HOME",           "XDG_CONFIG_HOME", "XDG_CACHE_HOME",
+                                     "XDG_DATA_HOME",  "XDG_RUNTIME_DIR", "XDG_CURRENT_DESKTOP",
                                      "DESKTOP_SESSION"};
 
 [[noreturn]] void fail(const QString& what) {
@@ -56,8 +56,7 @@ ChildProcess::~ChildProcess() {
 }
 
 void ChildProcess::start(const QString& program, const QStringList& arguments,
-                         const QProcessEnvironment& environment,
-                         std::chrono::milliseconds bound) {
+                         const QProcessEnvironment& environment, std::chrono::milliseconds bound) {
     m_process.setProcessEnvironment(environment);
     m_process.setProcessChannelMode(QProcess::SeparateChannels);
     m_process.setReadChannel(QProcess::StandardOutput);
@@ -157,8 +156,8 @@ void PrivateBus::waitForName(const QString& name, std::chrono::milliseconds boun
 SecretService::SecretService(PrivateBus& bus) {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert("DBUS_SESSION_BUS_ADDRESS", bus.address());
-    m_daemon.start("gnome-keyring-daemon",
-                   {"--foreground", "--unlock", "--components=secrets"}, environment);
+    m_daemon.start("gnome-keyring-daemon", {"--foreground", "--unlock", "--components=secrets"},
+                   environment);
     // The login keyring's password comes on standard input; it must not be empty.
     m_daemon.process().write("test");
     m_daemon.process().closeWriteChannel();

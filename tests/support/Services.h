@@ -64,7 +64,8 @@ public:
 
     QString address() const { return m_address; }
     // Waits until a name is owned on this bus; throws when it is not within the bound.
-    void waitForName(const QString& name, std::chrono::milliseconds bound = std::chrono::seconds(10));
+    void waitForName(const QString& name,
+                     std::chrono::milliseconds bound = std::chrono::seconds(10));
 
 private:
     QTemporaryDir m_dir;

@@ -15,8 +15,7 @@ namespace {
 
 class ApiServer : public testing::Test {
 protected:
-    explicit ApiServer(QStringList arguments = {"--auto-approve", "u-001"})
-        : server(arguments) {}
+    explicit ApiServer(QStringList arguments = {"--auto-approve", "u-001"}) : server(arguments) {}
 
     // A whole sign-in: authorize in the "browser", then the code exchange.
     void signIn() {
@@ -40,7 +39,8 @@ protected:
     }
 
     std::optional<QString> storedRefreshToken() {
-        return runTask(store.read("net.velnor.rz.oauth", server.url().toString(QUrl::FullyEncoded)));
+        return runTask(
+            store.read("net.velnor.rz.oauth", server.url().toString(QUrl::FullyEncoded)));
     }
 
     DevServer server;
@@ -65,7 +65,8 @@ TEST_F(ApiServer, ARefreshTokenWithAPlusArrivesIntact) {
     signIn();
     const QString refreshToken = *storedRefreshToken();
     // The server's refresh tokens carry "+" and "/" on purpose.
-    ASSERT_TRUE(refreshToken.contains('+') || refreshToken.contains('/')) << refreshToken.toStdString();
+    ASSERT_TRUE(refreshToken.contains('+') || refreshToken.contains('/'))
+        << refreshToken.toStdString();
     clock.advance(3600s);
     runTask(api->request("api/me"));
     EXPECT_EQ(api->refreshCount(), 1);
@@ -107,7 +108,10 @@ TEST_F(ApiServer, TwoConcurrentRequestsWithAnExpiredTokenMakeOneRefresh) {
 TEST_F(ApiServer, A401AfterAFreshTokenFailsWithNoThirdTry) {
     signIn();
     server.control("POST", "faults",
-                   {{"method", "GET"}, {"path", "api/me"}, {"count", 2}, {"status", 401},
+                   {{"method", "GET"},
+                    {"path", "api/me"},
+                    {"count", 2},
+                    {"status", 401},
                     {"body", "token not accepted"}});
     try {
         runTask(api->request("api/me"));
@@ -203,8 +207,9 @@ TEST_F(ApiServer, ARevokedSignInEndsInSignedOutAndTheTokenIsGone) {
 
 TEST_F(ApiServer, AnotherTokenEndpointErrorKeepsTheToken) {
     signIn();
-    server.control("POST", "faults",
-                   {{"path", "oauth/token"}, {"status", 400}, {"body", R"({"error":"invalid_client"})"}});
+    server.control(
+        "POST", "faults",
+        {{"path", "oauth/token"}, {"status", 400}, {"body", R"({"error":"invalid_client"})"}});
     clock.advance(2h);
     try {
         runTask(api->request("api/me"));
@@ -217,8 +222,9 @@ TEST_F(ApiServer, AnotherTokenEndpointErrorKeepsTheToken) {
 
 TEST_F(ApiServer, ATokenEndpointAnswerThatIsNotOAuthIsHttp) {
     signIn();
-    server.control("POST", "faults",
-                   {{"path", "oauth/token"}, {"status", 502}, {"body", "<html>bad gateway</html>"}});
+    server.control(
+        "POST", "faults",
+        {{"path", "oauth/token"}, {"status", 502}, {"body", "<html>bad gateway</html>"}});
     clock.advance(2h);
     try {
         runTask(api->request("api/me"));
@@ -257,7 +263,8 @@ TEST_F(ApiServer, ClearTokensWithRevokeTellsTheServerFirst) {
     EXPECT_NE(body.find("token="), std::string::npos) << body;
     EXPECT_EQ(storedRefreshToken(), std::nullopt);
     // The server no longer honours it.
-    runTask(store.save(refreshToken, "net.velnor.rz.oauth", server.url().toString(QUrl::FullyEncoded)));
+    runTask(
+        store.save(refreshToken, "net.velnor.rz.oauth", server.url().toString(QUrl::FullyEncoded)));
     clock.advance(2h);
     EXPECT_THROW(runTask(api->request("api/me")), API::Failure);
 }

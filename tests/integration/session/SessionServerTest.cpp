@@ -17,9 +17,7 @@ namespace {
 
 class SessionServer : public testing::Test {
 protected:
-    SessionServer() {
-        settings.setUrl("rz.server", server.url());
-    }
+    SessionServer() { settings.setUrl("rz.server", server.url()); }
 
     std::unique_ptr<Session> make() {
         auto session = std::make_unique<Session>(settings, secrets);
@@ -36,7 +34,8 @@ protected:
     QList<json> requests(const QString& method, const QString& path) {
         QList<json> seen;
         for (const json& request : server.control("GET", "requests")) {
-            if (request["method"] == method.toStdString() && request["path"] == path.toStdString()) {
+            if (request["method"] == method.toStdString() &&
+                request["path"] == path.toStdString()) {
                 seen.append(request);
             }
         }
@@ -94,7 +93,8 @@ TEST_F(SessionServer, ARevokedSignInAtLaunchLandsOnTheLoginScreenWithoutAMessage
 
 TEST_F(SessionServer, AServerErrorOnMeShowsItsTextAndStaysSignedIn) {
     signIn(*make());
-    server.control("POST", "faults", {{"path", "api/me"}, {"status", 503}, {"body", "maintenance"}});
+    server.control("POST", "faults",
+                   {{"path", "api/me"}, {"status", 503}, {"body", "maintenance"}});
     auto later = make();
     runTask(later->restore());
     EXPECT_EQ(later->state(), Session::State::signedIn);
@@ -130,8 +130,9 @@ TEST_F(SessionServer, SignOutKeepingTheDeviceRevokesAndTheNextSignInStartsFresh)
 
 TEST_F(SessionServer, ARefusedCodeExchangeShowsTheServersWord) {
     auto session = make();
-    server.control("POST", "faults",
-                   {{"path", "oauth/token"}, {"status", 400}, {"body", R"({"error":"invalid_grant"})"}});
+    server.control(
+        "POST", "faults",
+        {{"path", "oauth/token"}, {"status", 400}, {"body", R"({"error":"invalid_grant"})"}});
     session->signIn();
     QTRY_VERIFY_WITH_TIMEOUT(session->hasError(), 10000);
     EXPECT_EQ(session->errorText(), "OAuth: invalid_grant");

@@ -6,9 +6,9 @@
 #include <QDBusArgument>
 #include <QDBusMessage>
 #include <QDeadlineTimer>
-#include <QHash>
 #include <QDir>
 #include <QFile>
+#include <QHash>
 #include <QImage>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -46,7 +46,6 @@ private:
 // private session bus with the Secret Service, and a home of its own whose
 // settings point at the development dashboard.
 
-
 class AppHarness : public testing::Test {
 protected:
     void SetUp() override {
@@ -64,7 +63,9 @@ protected:
         QFile script(browser);
         ASSERT_TRUE(script.open(QIODevice::WriteOnly));
         script.write("#!/bin/sh\n"
-                     "echo \"$1\" > \"" + scripts.filePath("opened").toUtf8() + "\"\n"
+                     "echo \"$1\" > \"" +
+                     scripts.filePath("opened").toUtf8() +
+                     "\"\n"
                      "location=$(curl -s -o /dev/null -w '%{redirect_url}' \"$1\")\n"
                      "exec \"" VELNOR_APP_PATH "\" \"$location\"\n");
         script.close();
@@ -75,9 +76,9 @@ protected:
         QDir().mkpath(home.dataHome() + "/applications");
         QFile entry(home.dataHome() + "/applications/test-browser.desktop");
         ASSERT_TRUE(entry.open(QIODevice::WriteOnly));
-        entry.write("[Desktop Entry]\nType=Application\nName=Test browser\nExec=" +
-                    browser.toUtf8() +
-                    " %u\nMimeType=x-scheme-handler/http;x-scheme-handler/https;\n");
+        entry.write(
+            "[Desktop Entry]\nType=Application\nName=Test browser\nExec=" + browser.toUtf8() +
+            " %u\nMimeType=x-scheme-handler/http;x-scheme-handler/https;\n");
         entry.close();
         QFile defaults(home.configHome() + "/mimeapps.list");
         ASSERT_TRUE(defaults.open(QIODevice::WriteOnly));
@@ -152,4 +153,3 @@ protected:
     QString browser;
     ChildProcess app;
 };
-

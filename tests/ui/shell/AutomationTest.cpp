@@ -44,8 +44,8 @@ protected:
     }
 
     void callMethod(const char* method, const QVariantList& arguments = {}) {
-        QDBusMessage call =
-            QDBusMessage::createMethodCall("net.velnor.rz", "/net/velnor/rz", "net.velnor.rz.App", method);
+        QDBusMessage call = QDBusMessage::createMethodCall("net.velnor.rz", "/net/velnor/rz",
+                                                           "net.velnor.rz.App", method);
         call.setArguments(arguments);
         const QDBusMessage reply = connection->call(call, QDBus::Block, 10000);
         ASSERT_EQ(reply.type(), QDBusMessage::ReplyMessage) << reply.errorMessage().toStdString();

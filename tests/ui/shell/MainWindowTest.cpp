@@ -59,9 +59,7 @@ protected:
         QTRY_VERIFY_WITH_TIMEOUT(app.session().state() != Session::State::loading, 5000);
     }
 
-    QQuickItem* item(const char* name) const {
-        return window->findChild<QQuickItem*>(name);
-    }
+    QQuickItem* item(const char* name) const { return window->findChild<QQuickItem*>(name); }
 
     QQuickItem* itemWithText(const QString& text) const {
         for (QQuickItem* candidate : window->findChildren<QQuickItem*>()) {
@@ -75,7 +73,8 @@ protected:
     // A real click in the middle of an item.
     void click(QQuickItem* target) {
         ASSERT_NE(target, nullptr);
-        const QPointF centre = target->mapToScene(QPointF(target->width() / 2, target->height() / 2));
+        const QPointF centre =
+            target->mapToScene(QPointF(target->width() / 2, target->height() / 2));
         QTest::mouseClick(window, Qt::LeftButton, {}, centre.toPoint());
     }
 

@@ -5,7 +5,6 @@
 // passes it to the running one.
 using SignInEndToEnd = AppHarness;
 
-
 TEST_F(SignInEndToEnd, ANewcomerPressesSignInAndEndsUpSignedIn) {
     app.start(VELNOR_APP_PATH, {}, environment());
     app.process().setReadChannel(QProcess::StandardError);

@@ -43,7 +43,8 @@ TEST(MakeAuthorization, AsksForACodeWithPkceInTheDocumentedOrder) {
     EXPECT_EQ(items[0], qMakePair(QString("response_type"), QString("code")));
     EXPECT_EQ(items[1], qMakePair(QString("client_id"), QString("rz-mobile")));
     EXPECT_EQ(items[2], qMakePair(QString("redirect_uri"), QString("rzmobile://oauth/callback")));
-    EXPECT_EQ(items[3], qMakePair(QString("code_challenge"), API::challenge(authorization.verifier)));
+    EXPECT_EQ(items[3],
+              qMakePair(QString("code_challenge"), API::challenge(authorization.verifier)));
     EXPECT_EQ(items[4], qMakePair(QString("code_challenge_method"), QString("S256")));
     EXPECT_EQ(items[5], qMakePair(QString("state"), authorization.state));
     EXPECT_EQ(authorization.verifier.size(), 43);
@@ -74,8 +75,7 @@ TEST(UrlOf, ABasePathIsKeptAndAPathMayCarryAQuery) {
 }
 
 TEST(FormBody, APlusArrivesAsAPlusNotASpace) {
-    EXPECT_EQ(API::formBody({{"refresh_token", "ab+cd/ef=="}}),
-              "refresh_token=ab%2Bcd%2Fef%3D%3D");
+    EXPECT_EQ(API::formBody({{"refresh_token", "ab+cd/ef=="}}), "refresh_token=ab%2Bcd%2Fef%3D%3D");
 }
 
 TEST(FormBody, SeparatorsAndSpacesInValuesAreEncoded) {

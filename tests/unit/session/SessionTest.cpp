@@ -119,7 +119,8 @@ TEST_F(SessionTest, ABrowserThatCannotBeOpenedLeavesTheAddressToOpenByHand) {
     auto session = make();
     session->signIn();
     EXPECT_EQ(session->state(), Session::State::signingIn);
-    EXPECT_TRUE(session->errorText().contains(session->pendingAuth()->url.toString(QUrl::FullyEncoded)));
+    EXPECT_TRUE(
+        session->errorText().contains(session->pendingAuth()->url.toString(QUrl::FullyEncoded)));
 }
 
 TEST_F(SessionTest, CancelAbandonsTheBrowserFlow) {
