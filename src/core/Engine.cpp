@@ -254,7 +254,7 @@ public:
         m_domain = m_account.realm.empty() ? m_host : m_account.realm;
         const char* transport = m_tls ? "tls" : "tcp";
         m_serverUri = format("sip:%s:%u;transport=%s", hostForUri().c_str(), m_port, transport);
-        m_route = format("<sip:%s:%u;transport=%s;lr>", hostForUri().c_str(), m_port, transport);
+        m_route = format("sip:%s:%u;transport=%s", hostForUri().c_str(), m_port, transport);
         m_aor = format("sip:%s@%s", m_account.username.c_str(), m_domain.c_str());
     }
     ~Client() override;
@@ -425,15 +425,15 @@ void Client::onRegisterResponse(int err, const struct sip_msg* msg, void* arg) {
     if (self->m_stopping) {
         if (err || (msg && msg->scode >= 200 && msg->scode != 401 && msg->scode != 407)) {
             if (self->m_whenClosed) {
-                auto done = std::move(self->m_whenClosed);
-                done();
+                Loop::instance().post(std::move(self->m_whenClosed));
+                self->m_whenClosed = nullptr;
             }
         } else if (msg && (msg->scode == 401 || msg->scode == 407)) {
             if (sip_auth_authenticate(self->m_registerAuth, msg) == 0 && ++self->m_challenges < 3) {
                 self->sendRegister(0);
             } else if (self->m_whenClosed) {
-                auto done = std::move(self->m_whenClosed);
-                done();
+                Loop::instance().post(std::move(self->m_whenClosed));
+                self->m_whenClosed = nullptr;
             }
         }
         return;
@@ -623,16 +623,18 @@ void Client::reRegister() {
 void Client::onExit(void* arg) {
     auto* self = static_cast<Client*>(arg);
     if (self->m_whenClosed) {
-        auto done = std::move(self->m_whenClosed);
-        done();
+        // Out of libre's stack first: what runs next may free the SIP stack.
+        Loop::instance().post(std::move(self->m_whenClosed));
+        self->m_whenClosed = nullptr;
     }
 }
 
 void Client::onStopTimer(void* arg) {
     auto* self = static_cast<Client*>(arg);
     if (self->m_whenClosed) {
-        auto done = std::move(self->m_whenClosed);
-        done();
+        // Out of libre's stack first: what runs next may free the SIP stack.
+        Loop::instance().post(std::move(self->m_whenClosed));
+        self->m_whenClosed = nullptr;
     }
 }
 
