@@ -290,6 +290,8 @@ public:
     static void onExit(void* arg);
     static void onStopTimer(void* arg);
     static int onCertificate(int ok, X509_STORE_CTX* store);
+    static void onTrace(bool sent, enum sip_transp tp, const struct sa* src, const struct sa* dst,
+                        const std::uint8_t* packet, size_t length, void* arg);
 
     SipAccount m_account;
     std::shared_ptr<ClientDelegate> m_delegate;
@@ -530,6 +532,17 @@ int Client::onCertificate(int ok, X509_STORE_CTX* store) {
     return 0;
 }
 
+void Client::onTrace(bool sent, enum sip_transp, const struct sa* src, const struct sa* dst,
+                     const std::uint8_t* packet, size_t length, void*) {
+    char from[64], to[64];
+    sa_ntop(src, from, sizeof from);
+    sa_ntop(dst, to, sizeof to);
+    logLine(LogLevel::trace,
+            format("%s %s:%u -> %s:%u\n", sent ? "sent" : "received", from, sa_port(src), to,
+                   sa_port(dst)) +
+                std::string(reinterpret_cast<const char*>(packet), length));
+}
+
 void Client::start() {
     Loop::instance().call([this] {
         if (m_started) {
@@ -550,6 +563,9 @@ void Client::start() {
         }
         if (!err) {
             err = sip_listen(&m_listener, m_sip, true, onRequest, this);
+        }
+        if (!err && logEnabled(LogLevel::trace)) {
+            sip_set_trace_handler(m_sip, onTrace);
         }
         if (!err && m_tls) {
             err = tls_alloc(&m_tlsContext, TLS_METHOD_SSLV23, nullptr, nullptr);
@@ -678,7 +694,13 @@ void Client::stop() {
         };
         const bool wasRegistered = m_state.kind == RegistrationState::Kind::registered;
         if (wasRegistered && m_sip) {
-            m_whenClosed = closeSip;
+            // The un-REGISTER's answer comes after those of anything sent
+            // before it on the connection: then nothing is left to wait for.
+            m_whenClosed = [this, finish] {
+                tmr_cancel(&m_stopTimer);
+                teardown();
+                finish();
+            };
             m_challenges = 0;
             m_registerRequest = static_cast<struct sip_request*>(mem_deref(m_registerRequest));
             sendRegister(0);

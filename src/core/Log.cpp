@@ -47,7 +47,12 @@ const char* levelName(LogLevel level) {
 }
 
 std::mutex filterLock;
-LogFilter activeFilter = LogFilter::parse("warn,velnor_core=info");
+
+// Made on first use, so that a filter set during static start-up is kept.
+LogFilter& activeFilter() {
+    static LogFilter filter = LogFilter::parse("warn,velnor_core=info");
+    return filter;
+}
 
 } // namespace
 
@@ -109,12 +114,12 @@ bool LogFilter::enabled(const std::string& target, LogLevel level) const {
 
 void initLogging(const std::string& filter) {
     std::lock_guard lock(filterLock);
-    activeFilter = LogFilter::parse(filter);
+    activeFilter() = LogFilter::parse(filter);
 }
 
 bool logEnabled(LogLevel level) {
     std::lock_guard lock(filterLock);
-    return activeFilter.enabled(logTarget, level);
+    return activeFilter().enabled(logTarget, level);
 }
 
 void logLine(LogLevel level, const std::string& message) {

@@ -55,3 +55,22 @@ std::uint16_t freeLoopbackPort() {
     }
     throw std::runtime_error("no free loopback port");
 }
+
+RefusingPort::RefusingPort() {
+    m_fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    if (m_fd < 0 || bind(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        getsockname(m_fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+        throw std::runtime_error("cannot hold a loopback port");
+    }
+    m_port = ntohs(address.sin_port);
+}
+
+RefusingPort::~RefusingPort() {
+    if (m_fd >= 0) {
+        close(m_fd);
+    }
+}

@@ -1,5 +1,7 @@
 #include "SipLab.h"
 
+#include "Ports.h"
+
 #include <gtest/gtest.h>
 
 #include <thread>
@@ -42,9 +44,8 @@ TEST(Registration, AWrongPasswordFailsWithAReasonForAPerson) {
 }
 
 TEST(Registration, ARegistrarThatIsDownIsReportedAsUnreachable) {
-    Lab lab;
-    const std::string server = lab.kamailio.tcpServer();
-    lab.kamailio.stop();
+    RefusingPort down;
+    const std::string server = "127.0.0.1:" + std::to_string(down.port());
     auto events = std::make_shared<Events>();
     auto client = core::SipClient::init(accountFor(server, "alice", "alice-secret"), events);
     client->start();

@@ -123,7 +123,7 @@ Kamailio::Kamailio(const QString& dir, const TestCertificates& certs, Options op
     }
     const QByteArray config =
         "#!KAMAILIO\n"
-        "debug=1\n"
+        "debug=" + qgetenv("VELNOR_TEST_KAMAILIO_DEBUG").append("1").left(1) + "\n"
         "log_stderror=yes\n"
         "tcp_children=3\n"
         "enable_tls=yes\n"
@@ -134,7 +134,6 @@ Kamailio::Kamailio(const QString& dir, const TestCertificates& certs, Options op
         "listen=tls:127.0.0.1:" +
         QByteArray::number(m_tlsPort) +
         "\n"
-        "alias=\"127.0.0.1\"\n"
         "mpath=\"/usr/lib/x86_64-linux-gnu/kamailio/modules/\"\n"
         "loadmodule \"tls.so\"\n"
         "loadmodule \"tm.so\"\n"
@@ -161,6 +160,7 @@ Kamailio::Kamailio(const QString& dir, const TestCertificates& certs, Options op
         "\n"
         "request_route {\n"
         "    if (!mf_process_maxfwd_header(\"10\")) { sl_send_reply(\"483\", \"Too Many Hops\"); exit; }\n"
+        "    xlog(\"L_INFO\", \"REQ $rm $ru from $si:$sp\\n\");\n"
         "    if (has_totag()) {\n"
         "        if (loose_route()) {\n"
         "            handle_ruri_alias();\n"
@@ -213,6 +213,13 @@ Kamailio::Kamailio(const QString& dir, const TestCertificates& certs, Options op
     waitListening(m_tlsPort, 5s, m_process, "kamailio");
 }
 
+Kamailio::~Kamailio() {
+    m_process.stop();
+    if (!qgetenv("VELNOR_TEST_KAMAILIO_DEBUG").isEmpty()) {
+        std::fprintf(stderr, "%s\n", m_process.process().readAllStandardError().constData());
+    }
+}
+
 QString writeToneFile(const QString& dir, int hz) {
     const QString path = dir + "/tone-" + QString::number(hz) + ".wav";
     if (!QFile::exists(path)) {
@@ -224,7 +231,7 @@ QString writeToneFile(const QString& dir, int hz) {
 }
 
 Baresip::Baresip(const QString& dir, const std::string& user, Role role, const Kamailio& kamailio,
-                 const QString& toneFile, const QString& caFile)
+                 const QString& toneFile, const QString& caFile, const QByteArray& codecs)
     : m_user(user) {
     const QString home = dir + "/baresip-" + QString::fromStdString(user);
     QDir().mkpath(home);
@@ -272,19 +279,45 @@ Baresip::Baresip(const QString& dir, const std::string& user, Role role, const K
                          ";outbound=\"sip:127.0.0.1:" + port + ";transport=" + transport +
                          "\";regint=600;answermode=" +
                          (role == Role::tonePlayer ? "manual" : "auto") +
-                         ";audio_codecs=pcmu,pcma,g722";
+                         ";audio_codecs=" + codecs;
     if (tls) {
         account += ";mediaenc=srtp-mand";
     }
     writeFile(home + "/accounts", account + "\n");
     writeFile(home + "/contacts", "");
-    m_process.start("baresip", {"-f", home, "-n", "127.0.0.1", "-t", "170"});
+    // Line-buffered, so that its messages arrive as they are printed.
+    m_process.start("stdbuf", {"-oL", "baresip", "-f", home, "-n", "127.0.0.1", "-t", "170"});
+    const auto begun = std::chrono::steady_clock::now();
+    auto mark = [&](const char* what) {
+        if (!qgetenv("VELNOR_TEST_TIMING").isEmpty()) {
+            std::fprintf(stderr, "baresip %s: %s after %lld ms\n", user.c_str(), what,
+                         (long long)std::chrono::duration_cast<std::chrono::milliseconds>(
+                             std::chrono::steady_clock::now() - begun)
+                             .count());
+        }
+    };
     waitListening(controlPort, 10s, m_process, "baresip");
+    mark("control port open");
     m_control.connectToHost("127.0.0.1", controlPort);
     if (!m_control.waitForConnected(5000)) {
         fail("cannot reach baresip's control port");
     }
-    waitEvent({"\"REGISTER_OK\""}, 10s);
+    // Registered: it says so on its standard output (often before the control
+    // connection is up, so the event may never reach us).
+    QDeadlineTimer deadline(10s);
+    QByteArray output;
+    for (;;) {
+        // What is already buffered first: an earlier wait may have read it in.
+        output += m_process.process().readAllStandardOutput();
+        if (output.contains("200 OK")) {
+            break;
+        }
+        if (deadline.hasExpired() || !m_process.running()) {
+            fail("baresip " + user + " did not register: " + output.toStdString());
+        }
+        m_process.process().waitForReadyRead(50);
+    }
+    mark("registered");
 }
 
 Baresip::~Baresip() {
@@ -354,7 +387,9 @@ std::string Baresip::waitEvent(const std::vector<std::string>& pieces,
         if (deadline.hasExpired()) {
             std::string all;
             for (const auto& event : m_events) all += event + "\n";
-            fail("baresip " + m_user + ": no event with " + pieces.front() + "; saw:\n" + all);
+            fail("baresip " + m_user + ": no event with " + pieces.front() + "; saw:\n" + all +
+                 "output:\n" + m_process.process().readAllStandardOutput().right(3000).toStdString() +
+                 m_process.process().readAllStandardError().right(2000).toStdString());
         }
         readEvents(std::chrono::milliseconds(std::max<qint64>(1, deadline.remainingTime())));
     }
@@ -365,13 +400,19 @@ Sipp::Sipp(const QString& dir, const QString& scenarioXml, std::uint16_t port)
     writeFile(m_scenario, scenarioXml.toUtf8());
 }
 
-void Sipp::start() {
+void Sipp::start(const std::string& remote) {
     m_process.process().setWorkingDirectory(m_dir);
-    m_process.start("sipp", {"-t", "t1", "-sf", m_scenario, "-i", "127.0.0.1", "-p",
+    QStringList arguments = {"-t", "t1", "-sf", m_scenario, "-i", "127.0.0.1", "-p",
                              QString::number(m_port), "-m", "1", "-timeout", "40s", "-nostdin",
-                             "-trace_err", "-error_file", m_dir + "/sipp-errors.log"});
-    // Ready when it listens.
-    waitListening(m_port, 5s, m_process, "sipp");
+                             "-trace_err", "-error_file", m_dir + "/sipp-errors.log"};
+    if (!remote.empty()) {
+        arguments.push_back(QString::fromStdString(remote));
+    }
+    m_process.start("sipp", arguments);
+    if (remote.empty()) {
+        // A server is ready when it listens.
+        waitListening(m_port, 5s, m_process, "sipp");
+    }
 }
 
 int Sipp::waitExit(std::chrono::milliseconds bound) {
@@ -567,3 +608,14 @@ double toneMarginDb(const std::vector<std::int16_t>& samples, double hz) {
     }
     return 10 * std::log10(std::max(wanted, 1e-9) / strongestOther);
 }
+
+namespace {
+
+// As the app does: RUST_LOG when set (even empty), else the usual default.
+const bool loggingSet = [] {
+    const char* filter = std::getenv("RUST_LOG");
+    core::initLogging(filter ? filter : "warn,velnor_core=info");
+    return true;
+}();
+
+} // namespace

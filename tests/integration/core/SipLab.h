@@ -40,6 +40,7 @@ public:
         std::uint16_t sippPort = 0;       // "sipp..." numbers go to a sipp at this port
     };
     Kamailio(const QString& dir, const TestCertificates& certs, Options options);
+    ~Kamailio();
 
     std::uint16_t tcpPort() const { return m_tcpPort; }
     std::uint16_t tlsPort() const { return m_tlsPort; }
@@ -61,7 +62,8 @@ class Baresip {
 public:
     enum class Role { echo, tonePlayer, srtpEcho };
     Baresip(const QString& dir, const std::string& user, Role role, const Kamailio& kamailio,
-            const QString& toneFile, const QString& caFile);
+            const QString& toneFile, const QString& caFile,
+            const QByteArray& codecs = "pcmu,pcma");
     ~Baresip();
 
     void command(const std::string& name, const std::string& params = {});
@@ -88,7 +90,8 @@ QString writeToneFile(const QString& dir, int hz);
 class Sipp {
 public:
     Sipp(const QString& dir, const QString& scenarioXml, std::uint16_t port);
-    void start();
+    // remote: where a client scenario sends to; empty for a server scenario.
+    void start(const std::string& remote = {});
     int waitExit(std::chrono::milliseconds bound = 30s);
     std::string output();
 
