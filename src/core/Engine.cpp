@@ -37,6 +37,7 @@ namespace {
 
 constexpr std::uint32_t registerExpiry = 300; // refreshed at half of it, far below 900 s
 constexpr std::uint64_t holdGuardMs = 4000;
+constexpr std::uint64_t keepaliveMs = 25000;
 constexpr std::uint64_t stopBoundMs = 3000;
 constexpr const char* caFileVariable = "VELNOR_SIP_CA_FILE";
 constexpr const char* caFileOption = "tls-ca-file";
@@ -251,6 +252,7 @@ public:
           m_port(port), m_tls(tls) {
         tmr_init(&m_registerTimer);
         tmr_init(&m_stopTimer);
+        tmr_init(&m_keepaliveTimer);
         m_domain = m_account.realm.empty() ? m_host : m_account.realm;
         const char* transport = m_tls ? "tls" : "tcp";
         m_serverUri = format("sip:%s:%u;transport=%s", hostForUri().c_str(), m_port, transport);
@@ -284,7 +286,7 @@ public:
     static int onRegisterSend(sip_transp tp, const struct sa* src, const struct sa* dst, struct mbuf* mb, void* arg);
     static void onRegisterResponse(int err, const struct sip_msg* msg, void* arg);
     static void onRegisterTimer(void* arg);
-    static void onKeepalive(int err, void* arg);
+    static void onKeepalive(void* arg);
     static bool onRequest(const struct sip_msg* msg, void* arg);
     static void onIncoming(const struct sip_msg* msg, void* arg);
     static void onExit(void* arg);
@@ -318,7 +320,9 @@ public:
     struct sip_dialog* m_registerDialog = nullptr;
     struct sip_request* m_registerRequest = nullptr;
     struct sip_auth* m_registerAuth = nullptr;
-    struct sip_keepalive* m_keepalive = nullptr;
+    struct tmr m_keepaliveTimer;
+    struct sa m_registrar{};
+    enum sip_transp m_registrarTransport = SIP_TRANSP_TCP;
     struct tmr m_registerTimer;
     struct tmr m_stopTimer;
     std::uint32_t m_sentExpiry = 0;
@@ -462,10 +466,12 @@ void Client::onRegisterResponse(int err, const struct sip_msg* msg, void* arg) {
         }
         // Renew at half the granted time, well before an idle connection is dropped.
         tmr_start(&self->m_registerTimer, std::uint64_t(granted) * 500, onRegisterTimer, self);
-        if (!self->m_keepalive) {
-            // CRLF keep-alives on the registration's connection keep it (and any
-            // NAT binding on the way) open for requests coming back.
-            sip_keepalive_start(&self->m_keepalive, self->m_sip, msg, 30, onKeepalive, self);
+        // CRLF keep-alives on the registration's connection keep it (and any
+        // NAT binding on the way) open for requests coming back.
+        self->m_registrar = msg->src;
+        self->m_registrarTransport = msg->tp;
+        if (!tmr_isrunning(&self->m_keepaliveTimer)) {
+            tmr_start(&self->m_keepaliveTimer, keepaliveMs, onKeepalive, self);
         }
         self->report(RegistrationState::registered());
         return;
@@ -501,14 +507,24 @@ void Client::onRegisterTimer(void* arg) {
     }
 }
 
-void Client::onKeepalive(int err, void* arg) {
+void Client::onKeepalive(void* arg) {
     auto* self = static_cast<Client*>(arg);
-    warn(format("the registration's connection was lost (%s)", strerror(err)));
-    self->m_keepalive = static_cast<struct sip_keepalive*>(mem_deref(self->m_keepalive));
-    if (!self->m_stopping) {
+    if (self->m_stopping || !self->m_sip) {
+        return;
+    }
+    // The registration's connection is the one to this peer address.
+    struct mbuf* ping = mbuf_alloc(4);
+    mbuf_write_str(ping, "\r\n\r\n");
+    ping->pos = 0;
+    const int err = sip_send(self->m_sip, nullptr, self->m_registrarTransport, &self->m_registrar,
+                             ping);
+    mem_deref(ping);
+    if (err) {
+        warn(format("keep-alive failed (%s); registering again", strerror(err)));
         self->report(RegistrationState::registering());
         self->sendRegister(registerExpiry);
     }
+    tmr_start(&self->m_keepaliveTimer, keepaliveMs, onKeepalive, self);
 }
 
 bool Client::onRequest(const struct sip_msg* msg, void*) {
@@ -681,7 +697,7 @@ void Client::stop() {
         }
         m_calls.clear();
         tmr_cancel(&m_registerTimer);
-        m_keepalive = static_cast<struct sip_keepalive*>(mem_deref(m_keepalive));
+        tmr_cancel(&m_keepaliveTimer);
         tmr_start(&m_stopTimer, stopBoundMs, onStopTimer, this);
         auto closeSip = [this, finish] {
             // Then let the transactions still under way finish.
@@ -728,7 +744,7 @@ void Client::teardown() {
     }
     m_calls.clear();
     m_whenClosed = nullptr;
-    m_keepalive = static_cast<struct sip_keepalive*>(mem_deref(m_keepalive));
+    tmr_cancel(&m_keepaliveTimer);
     m_registerRequest = static_cast<struct sip_request*>(mem_deref(m_registerRequest));
     m_registerDialog = static_cast<struct sip_dialog*>(mem_deref(m_registerDialog));
     m_registerAuth = static_cast<struct sip_auth*>(mem_deref(m_registerAuth));
@@ -1403,8 +1419,8 @@ void CallImpl::transfer(const std::string& target) {
 
 void CallImpl::onReferNotify(struct sip* sip, const struct sip_msg* msg, void* arg) {
     auto* self = static_cast<CallImpl*>(arg);
-    sip_treply(nullptr, sip, msg, 200, "OK");
-    pl version{}, status{}, phrase{};
+    sip_reply(sip, msg, 200, "OK");
+    struct pl version{}, status{}, phrase{};
     if (mbuf_get_left(msg->mb) == 0 ||
         re_regex(reinterpret_cast<const char*>(mbuf_buf(msg->mb)), mbuf_get_left(msg->mb),
                  "SIP/[0-9.]+ [0-9]+[ ]*[^\r\n]*", &version, &status, nullptr, &phrase)) {

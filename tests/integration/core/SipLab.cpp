@@ -199,6 +199,7 @@ Kamailio::Kamailio(const QString& dir, const TestCertificates& certs, Options op
         "}\n"
         "\n"
         "onreply_route {\n"
+        "    xlog(\"L_INFO\", \"REPLY $rs $rm from $si:$sp\\n\");\n"
         "    if (status =~ \"(18[03])|(2[0-9][0-9])\") { set_contact_alias(); }\n"
         "}\n"
         "\n"
@@ -525,6 +526,18 @@ std::vector<core::CallState> Events::callStates(const std::string& callId) {
         if (id == callId) states.push_back(state);
     }
     return states;
+}
+
+bool Events::waitCallCount(const std::string& callId, size_t count,
+                           std::chrono::milliseconds bound) {
+    std::unique_lock lock(m_lock);
+    return m_changed.wait_for(lock, bound, [&] {
+        size_t seen = 0;
+        for (const auto& [id, state] : m_calls) {
+            seen += id == callId;
+        }
+        return seen >= count;
+    });
 }
 
 std::vector<core::RegistrationState> Events::registrations() {

@@ -119,6 +119,9 @@ public:
     std::shared_ptr<core::Call> waitIncoming(std::chrono::milliseconds bound = 10s);
 
     std::vector<core::CallState> callStates(const std::string& callId);
+    // Waits until the call has had at least count states; false when the bound passed.
+    bool waitCallCount(const std::string& callId, size_t count,
+                       std::chrono::milliseconds bound = 10s);
     std::vector<core::RegistrationState> registrations();
     int total();
 
