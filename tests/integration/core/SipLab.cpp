@@ -200,7 +200,9 @@ Kamailio::Kamailio(const QString& dir, const TestCertificates& certs, Options op
         "\n"
         "onreply_route {\n"
         "    xlog(\"L_INFO\", \"REPLY $rs $rm from $si:$sp\\n\");\n"
-        "    if (status =~ \"(18[03])|(2[0-9][0-9])\") { set_contact_alias(); }\n"
+        "    if (is_method(\"INVITE\") && status =~ \"(18[03])|(2[0-9][0-9])\") {\n"
+        "        set_contact_alias();\n"
+        "    }\n"
         "}\n"
         "\n"
         "route[PASSWORD] {\n"
@@ -405,7 +407,8 @@ void Sipp::start(const std::string& remote) {
     m_process.process().setWorkingDirectory(m_dir);
     QStringList arguments = {"-t", "t1", "-sf", m_scenario, "-i", "127.0.0.1", "-p",
                              QString::number(m_port), "-m", "1", "-timeout", "40s", "-nostdin",
-                             "-trace_err", "-error_file", m_dir + "/sipp-errors.log"};
+                             "-trace_err", "-error_file", m_dir + "/sipp-errors.log",
+                             "-trace_msg", "-message_file", m_dir + "/sipp-messages.log"};
     if (!remote.empty()) {
         arguments.push_back(QString::fromStdString(remote));
     }
@@ -425,8 +428,11 @@ int Sipp::waitExit(std::chrono::milliseconds bound) {
 
 std::string Sipp::output() {
     QFile errors(m_dir + "/sipp-errors.log");
-    errors.open(QIODevice::ReadOnly);
-    return (m_process.process().readAllStandardError() + errors.readAll()).right(4000).toStdString();
+    QFile messages(m_dir + "/sipp-messages.log");
+    QByteArray text = m_process.process().readAllStandardError();
+    if (errors.open(QIODevice::ReadOnly)) text += errors.readAll();
+    if (messages.open(QIODevice::ReadOnly)) text += "\nmessages:\n" + messages.readAll().right(2500);
+    return text.right(6000).toStdString();
 }
 
 void Events::registrationChanged(core::RegistrationState state) {
