@@ -173,6 +173,8 @@ public:
                               void* arg);
     static bool onSrtpSend(int* err, struct sa* dst, struct mbuf* mb, void* arg);
     static bool onSrtpReceive(struct sa* src, struct mbuf* mb, void* arg);
+    static bool onSrtcpSend(int* err, struct sa* dst, struct mbuf* mb, void* arg);
+    static bool onSrtcpReceive(struct sa* src, struct mbuf* mb, void* arg);
 
     void flushAudio();
     void report(CallState state);
@@ -191,6 +193,7 @@ public:
     struct telev* m_telev = nullptr;
     struct sipsub* m_refer = nullptr;
     struct udp_helper* m_srtpHelper = nullptr;
+    struct udp_helper* m_srtcpHelper = nullptr;
     struct srtp* m_srtpSend = nullptr;
     struct srtp* m_srtpReceive = nullptr;
     struct srtp* m_srtcpSend = nullptr;
@@ -823,7 +826,10 @@ void Client::onIncoming(const struct sip_msg* msg, void* arg) {
     }
     auto call = std::make_shared<CallImpl>(self, true, text(msg->from.uri.user), name);
     call->m_callId = text(msg->callid);
-    int err = call->prepareMedia(self->m_localAddress, msg->tp == SIP_TRANSP_TLS);
+    // SRTP when the caller offers it; a secure profile is answered in kind.
+    const std::string body(reinterpret_cast<const char*>(mbuf_buf(msg->mb)), mbuf_get_left(msg->mb));
+    const bool secure = body.find("RTP/SAVP") != std::string::npos;
+    int err = call->prepareMedia(self->m_localAddress, secure);
     if (!err && mbuf_get_left(msg->mb) > 0) {
         call->applyRemoteDescription(msg->mb, true);
     }
@@ -900,6 +906,11 @@ int CallImpl::prepareMedia(const sa& localAddress, bool secure) {
             err = udp_register_helper(&m_srtpHelper, static_cast<struct udp_sock*>(rtp_sock(m_rtp)), 0,
                                       onSrtpSend, onSrtpReceive, this);
         }
+        if (!err) {
+            err = udp_register_helper(&m_srtcpHelper,
+                                      static_cast<struct udp_sock*>(rtcp_sock(m_rtp)), 0,
+                                      onSrtcpSend, onSrtcpReceive, this);
+        }
     }
     return err;
 }
@@ -910,6 +921,17 @@ bool CallImpl::onSrtpSend(int* err, struct sa*, struct mbuf* mb, void* arg) {
         *err = self->m_srtpSend ? srtp_encrypt(self->m_srtpSend, mb) : 0;
     }
     return false;
+}
+
+bool CallImpl::onSrtcpSend(int* err, struct sa*, struct mbuf* mb, void* arg) {
+    auto* self = static_cast<CallImpl*>(arg);
+    *err = self->m_srtcpSend ? srtcp_encrypt(self->m_srtcpSend, mb) : 0;
+    return false;
+}
+
+bool CallImpl::onSrtcpReceive(struct sa*, struct mbuf* mb, void* arg) {
+    auto* self = static_cast<CallImpl*>(arg);
+    return !self->m_srtcpReceive || srtcp_decrypt(self->m_srtcpReceive, mb) != 0;
 }
 
 bool CallImpl::onSrtpReceive(struct sa*, struct mbuf* mb, void* arg) {
@@ -973,14 +995,16 @@ void CallImpl::applyRemoteDescription(const struct mbuf* body, bool offer) {
             size_t length = raw.size();
             if (base64_decode(key.p, key.l, raw.data(), &length) == 0 && length == 30 &&
                 !m_srtpReceive) {
+                // Separate contexts for RTP and RTCP: each keeps its own replay state.
                 srtp_alloc(&m_srtpReceive, SRTP_AES_CM_128_HMAC_SHA1_80, raw.data(), length, 0);
+                srtp_alloc(&m_srtcpReceive, SRTP_AES_CM_128_HMAC_SHA1_80, raw.data(), length, 0);
             }
         } else {
             warn("call " + m_callId + ": the far end offers no usable SRTP key");
         }
     }
-    info(format("call %s: sending %s (payload type %d) to %s:%u, direction %s",
-                m_callId.c_str(), codecName(codec), m_sendPt,
+    info(format("call %s: sending %s (payload type %d) over %s to %s:%u, direction %s",
+                m_callId.c_str(), codecName(codec), m_sendPt, m_secure ? "SRTP" : "RTP",
                 [&] {
                     char address[64];
                     sa_ntop(&m_remoteRtp, address, sizeof address);
@@ -1021,6 +1045,7 @@ void CallImpl::release() {
     m_session = static_cast<struct sipsess*>(mem_deref(m_session));
     // The socket frees its helpers itself.
     m_srtpHelper = nullptr;
+    m_srtcpHelper = nullptr;
     m_rtp = static_cast<struct rtp_sock*>(mem_deref(m_rtp));
     m_srtpSend = static_cast<struct srtp*>(mem_deref(m_srtpSend));
     m_srtpReceive = static_cast<struct srtp*>(mem_deref(m_srtpReceive));
@@ -1507,8 +1532,8 @@ std::shared_ptr<SipClient> SipClient::init(const SipAccount& account,
     if (account.username.empty()) {
         throw CoreError(CoreError::Kind::invalidSettings, "the user name is empty");
     }
-    // The SIP ports for TLS; anything else is plain TCP.
-    const bool tls = port == 5061 || port == 443;
+    // The SIP ports for TLS; anything else is plain TCP, unless optionFlag asks for TLS.
+    const bool tls = port == 5061 || port == 443 || account.optionFlag;
     Loop::instance();
     auto client = std::make_shared<Client>(account, std::move(delegate), host,
                                            std::uint16_t(port), tls);

@@ -26,8 +26,10 @@ struct Lab {
         client->start();
         ASSERT_EQ(events->waitRegistered().kind, core::RegistrationState::Kind::registered);
     }
-    std::unique_ptr<Baresip> party(const std::string& user, Baresip::Role role) {
-        return std::make_unique<Baresip>(dir.path(), user, role, kamailio, tone, certs.trustedCa);
+    std::unique_ptr<Baresip> party(const std::string& user, Baresip::Role role,
+                                   const QByteArray& codecs = "pcmu,pcma") {
+        return std::make_unique<Baresip>(dir.path(), user, role, kamailio, tone, certs.trustedCa,
+                                         codecs);
     }
 };
 
@@ -63,6 +65,33 @@ TEST(OutgoingCall, CarriesAToneToTheEchoPartyAndBack) {
     call->writeAudio(std::vector<std::int16_t>(160));
     call->hangup();
     lab.client->stop();
+}
+
+// The echo party speaks only the one codec, so that the call has to use it.
+void echoCallWith(const QByteArray& codec) {
+    Lab lab;
+    auto bob = lab.party("bob", Baresip::Role::echo, codec);
+    lab.startClient();
+    auto call = lab.client->placeCall("bob");
+    ASSERT_EQ(lab.events->waitCall(call->sipCallId(), Kind::connected), CallState::connected());
+    AudioLoop audio(call, 1000);
+    const auto heard = listen(audio);
+    audio.stop();
+    EXPECT_GE(toneMarginDb(heard, 1000), 20.0) << codec.toStdString();
+    call->hangup();
+    lab.client->stop();
+}
+
+TEST(OutgoingCall, CarriesAToneOverOpus) {
+    echoCallWith("opus");
+}
+
+TEST(OutgoingCall, CarriesAToneOverG722) {
+    echoCallWith("g722/16000/1");
+}
+
+TEST(OutgoingCall, CarriesAToneOverPcma) {
+    echoCallWith("pcma");
 }
 
 TEST(OutgoingCall, SilenceIsWhatIsReadBeforeAnythingArrives) {
