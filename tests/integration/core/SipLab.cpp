@@ -223,10 +223,12 @@ Kamailio::~Kamailio() {
     }
 }
 
-QString writeToneFile(const QString& dir, int hz) {
-    const QString path = dir + "/tone-" + QString::number(hz) + ".wav";
+QString writeToneFile(const QString& dir, int hz, int rate, int channels) {
+    const QString path = dir + "/tone-" + QString::number(hz) + "-" + QString::number(rate) + "-" +
+                         QString::number(channels) + ".wav";
     if (!QFile::exists(path)) {
-        run("sox", {"-n", "-r", "8000", "-c", "1", "-b", "16", path, "synth", "120", "sine",
+        run("sox", {"-n", "-r", QString::number(rate), "-c", QString::number(channels), "-b", "16",
+                    path, "synth", "120", "sine",
                     QString::number(hz), "vol", "0.3"},
             dir);
     }

@@ -84,7 +84,8 @@ private:
 };
 
 // A sine tone file for the playing party.
-QString writeToneFile(const QString& dir, int hz);
+// The party plays it without conversion, so its rate and channels are the codec's.
+QString writeToneFile(const QString& dir, int hz, int rate = 8000, int channels = 1);
 
 // Runs a sipp scenario to its end; gives its exit status (0: every step matched).
 class Sipp {
