@@ -258,7 +258,7 @@ Baresip::Baresip(const QString& dir, const std::string& user, Role role, const K
                         toneFile.toUtf8() +
                         "\n"
                         "rtp_ports " +
-                        QByteArray::number(rtpBase) + "-" + QByteArray::number(rtpBase + 40) +
+                        QByteArray::number(rtpBase) + "-" + QByteArray::number(rtpBase + 1000) +
                         "\n"
                         "module_path /usr/lib/baresip/modules\n"
                         "module g711.so\n"
@@ -270,7 +270,7 @@ Baresip::Baresip(const QString& dir, const std::string& user, Role role, const K
                         "module_app account.so\n"
                         "module_app menu.so\n"
                         "module_app ctrl_tcp.so\n";
-    if (role != Role::tonePlayer) {
+    if (role == Role::echo || role == Role::srtpEcho) {
         config += "module_app echo.so\n";
     }
     config += "ctrl_tcp_listen 127.0.0.1:" + QByteArray::number(controlPort) + "\n";
@@ -400,15 +400,16 @@ std::string Baresip::waitEvent(const std::vector<std::string>& pieces,
     }
 }
 
-Sipp::Sipp(const QString& dir, const QString& scenarioXml, std::uint16_t port)
-    : m_scenario(dir + "/scenario-" + QString::number(port) + ".xml"), m_dir(dir), m_port(port) {
+Sipp::Sipp(const QString& dir, const QString& scenarioXml, std::uint16_t port, int calls)
+    : m_scenario(dir + "/scenario-" + QString::number(port) + ".xml"), m_dir(dir), m_port(port),
+      m_calls(calls) {
     writeFile(m_scenario, scenarioXml.toUtf8());
 }
 
 void Sipp::start(const std::string& remote) {
     m_process.process().setWorkingDirectory(m_dir);
     QStringList arguments = {"-t", "t1", "-sf", m_scenario, "-i", "127.0.0.1", "-p",
-                             QString::number(m_port), "-m", "1", "-timeout", "40s", "-nostdin",
+                             QString::number(m_port), "-m", QString::number(m_calls), "-timeout", "120s", "-nostdin",
                              "-trace_err", "-error_file", m_dir + "/sipp-errors.log",
                              "-trace_msg", "-message_file", m_dir + "/sipp-messages.log"};
     if (!remote.empty()) {

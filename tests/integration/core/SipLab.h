@@ -60,7 +60,8 @@ private:
 // control port; its events (as JSON lines) are collected.
 class Baresip {
 public:
-    enum class Role { echo, tonePlayer, srtpEcho };
+    // tonePlayer answers on command; answeringPlayer plays the tone and answers at once.
+    enum class Role { echo, tonePlayer, srtpEcho, answeringPlayer };
     Baresip(const QString& dir, const std::string& user, Role role, const Kamailio& kamailio,
             const QString& toneFile, const QString& caFile,
             const QByteArray& codecs = "pcmu,pcma");
@@ -90,7 +91,7 @@ QString writeToneFile(const QString& dir, int hz, int rate = 8000, int channels 
 // Runs a sipp scenario to its end; gives its exit status (0: every step matched).
 class Sipp {
 public:
-    Sipp(const QString& dir, const QString& scenarioXml, std::uint16_t port);
+    Sipp(const QString& dir, const QString& scenarioXml, std::uint16_t port, int calls = 1);
     // remote: where a client scenario sends to; empty for a server scenario.
     void start(const std::string& remote = {});
     int waitExit(std::chrono::milliseconds bound = 30s);
@@ -100,6 +101,7 @@ private:
     QString m_scenario;
     QString m_dir;
     std::uint16_t m_port;
+    int m_calls;
     ChildProcess m_process;
 };
 
