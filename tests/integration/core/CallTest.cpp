@@ -58,6 +58,9 @@ TEST(OutgoingCall, CarriesAToneToTheEchoPartyAndBack) {
     ASSERT_GE(counters.size(), 2u);
     EXPECT_GT(counters[0], 50u);
     EXPECT_GT(counters[1], 50u);
+    const auto stats = call->stats();
+    EXPECT_GT(stats.packetsReceived, 50u);
+    EXPECT_GE(stats.jitterMs, 0.0);
     call->hangup();
     EXPECT_EQ(lab.events->waitCall(call->sipCallId(), Kind::ended), CallState::ended("local"));
     // An ended call stays harmless to use.

@@ -202,3 +202,23 @@ TEST(Transfer, ABlindTransferThatFailsLeavesTheCallUp) {
     EXPECT_EQ(sipp.waitExit(), 0) << sipp.output();
     lab.client->stop();
 }
+
+TEST(EarlyMedia, ASessionProgressWithMediaRingsAndABusyEndsAsBusy) {
+    const std::uint16_t sippPort = freeLoopbackPort();
+    Lab lab(sippPort);
+    const QString scenario =
+        "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?>\n<scenario name=\"early\">\n"
+        "  <recv request=\"INVITE\"/>\n" +
+        send(reply("183 Session Progress", "sendrecv", true)) +
+        send(reply("486 Busy Here", {}, true)) +
+        "  <recv request=\"ACK\"/>\n</scenario>\n";
+    Sipp sipp(lab.dir.path(), scenario, sippPort);
+    sipp.start();
+    lab.startClient();
+    auto call = lab.client->placeCall("sipp");
+    EXPECT_EQ(lab.events->waitCall(call->sipCallId(), Kind::ended), CallState::ended("Busy"));
+    const std::vector<CallState> expected = {CallState::ringing(), CallState::ended("Busy")};
+    EXPECT_EQ(lab.events->callStates(call->sipCallId()), expected);
+    EXPECT_EQ(sipp.waitExit(), 0) << sipp.output();
+    lab.client->stop();
+}
