@@ -1455,7 +1455,10 @@ void CallImpl::onReferNotify(struct sip* sip, const struct sip_msg* msg, void* a
     if (code < 200 || self->m_over) {
         return;
     }
-    self->m_refer = static_cast<struct sipsub*>(mem_deref(self->m_refer));
+    // The subscription is still in its own handler: let it go once that returned.
+    struct sipsub* finished = self->m_refer;
+    self->m_refer = nullptr;
+    Loop::instance().post([finished] { mem_deref(finished); });
     if (code < 300) {
         self->m_transferDone = true;
         self->ended("Transferred");

@@ -222,3 +222,22 @@ TEST(EarlyMedia, ASessionProgressWithMediaRingsAndABusyEndsAsBusy) {
     EXPECT_EQ(sipp.waitExit(), 0) << sipp.output();
     lab.client->stop();
 }
+
+TEST(Transfer, ARealPhoneCarriesOutABlindTransfer) {
+    Lab lab;
+    auto bob = lab.party("bob", Baresip::Role::echo);
+    auto carol = lab.party("carol", Baresip::Role::tonePlayer);
+    lab.startClient();
+    auto call = lab.client->placeCall("carol");
+    carol->waitEvent({"CALL_INCOMING"});
+    carol->command("accept");
+    ASSERT_EQ(lab.events->waitCall(call->sipCallId(), Kind::connected), CallState::connected());
+    call->transfer("bob");
+    EXPECT_EQ(lab.events->waitCall(call->sipCallId(), Kind::transferring),
+              CallState::transferring());
+    EXPECT_EQ(lab.events->waitCall(call->sipCallId(), Kind::ended),
+              CallState::ended("Transferred"));
+    // Carol now talks to bob.
+    bob->waitEvent({"CALL_ESTABLISHED", "carol"});
+    lab.client->stop();
+}
