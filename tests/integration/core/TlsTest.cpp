@@ -79,3 +79,26 @@ TEST(Tls, ACallToAnSrtpPartyCarriesAudioBothWays) {
     call->hangup();
     client->stop();
 }
+
+TEST(Tls, AnIncomingSrtpCallIsAnsweredWithSrtp) {
+    Lab lab;
+    const QString tone = writeToneFile(lab.dir.path(), 1000);
+    Baresip dave(lab.dir.path(), "dave", Baresip::Role::srtpEcho, lab.kamailio, tone,
+                 lab.certs.trustedCa);
+    auto client = core::SipClient::init(lab.tlsAccount("alice"), lab.events);
+    client->start();
+    ASSERT_EQ(lab.events->waitRegistered(), core::RegistrationState::registered());
+    dave.command("dial", "sip:alice@127.0.0.1");
+    auto call = lab.events->waitIncoming();
+    EXPECT_EQ(call->remoteNumber(), "dave");
+    AudioLoop audio(call, 1000);
+    call->answer();
+    ASSERT_EQ(lab.events->waitCall(call->sipCallId(), Kind::connected), CallState::connected());
+    std::this_thread::sleep_for(3s); // the length of the audio, not a wait for an event
+    audio.stop();
+    auto heard = audio.recorded();
+    heard.erase(heard.begin(), heard.begin() + std::min<long>(long(heard.size()), 8000));
+    EXPECT_GE(toneMarginDb(heard, 1000), 20.0);
+    call->hangup();
+    client->stop();
+}
