@@ -219,6 +219,7 @@ public:
     bool m_marker = true;
     std::deque<char> m_dtmfQueue;
     int m_dtmfTicks = -1;
+    std::uint32_t m_eventTimestamp = 0;
 
     // Statistics, cached on the loop when RTCP reports arrive.
     mutable std::mutex m_statsLock;
@@ -230,7 +231,7 @@ public:
 
     // Received media: filled on the loop, drained on the render thread. The
     // lock is held only to move one packet in or out.
-    std::mutex m_receiveLock;
+    mutable std::mutex m_receiveLock;
     JitterBuffer m_jitter;
     std::uint64_t m_lost = 0;
     double m_jitterMs = 0;
@@ -856,6 +857,7 @@ void Client::onIncoming(const struct sip_msg* msg, void* arg) {
 
 int CallImpl::prepareMedia(const sa& localAddress, bool secure) {
     m_receiveCodec.fill(-1);
+    RAND_bytes(reinterpret_cast<unsigned char*>(&m_sendTimestamp), sizeof m_sendTimestamp);
     m_secure = secure;
     sa address = localAddress;
     sa_set_port(&address, 0);
@@ -1169,7 +1171,7 @@ CallStats CallImpl::stats() const {
     CallStats out;
     out.packetsReceived = m_packetsIn.load();
     {
-        std::lock_guard lock(const_cast<std::mutex&>(m_receiveLock));
+        std::lock_guard lock(m_receiveLock);
         out.packetsLost = m_lost;
         out.jitterMs = m_jitterMs;
     }
@@ -1347,6 +1349,8 @@ void CallImpl::onDtmfTick(void* arg) {
         telev_send(self->m_telev, telev_digit2code(std::toupper(static_cast<unsigned char>(digit))),
                    false);
         self->m_dtmfTicks = 0;
+        // Every packet of one event carries the time stamp of its start.
+        self->m_eventTimestamp = self->m_sendTimestamp;
         info(format("call %s: sending key %c", self->m_callId.c_str(), digit));
     }
     if (++self->m_dtmfTicks == 5) {
@@ -1360,13 +1364,12 @@ void CallImpl::onDtmfTick(void* arg) {
     if (!err) {
         mb->pos = RTP_HEADER_SIZE;
         if (rtp_send(self->m_rtp, &self->m_remoteRtp, false, marker, std::uint8_t(self->m_eventPt),
-                     self->m_sendTimestamp, mb) == 0) {
+                     self->m_eventTimestamp, mb) == 0) {
             self->m_packetsOut.fetch_add(1, std::memory_order_relaxed);
         }
     } else if (self->m_dtmfTicks > 5) {
         // The end packets are out: the next digit, or the voice again.
         self->m_dtmfTicks = -1;
-        self->m_sendTimestamp += 160 * 8;
     }
     mem_deref(mb);
     if (self->m_dtmfTicks >= 0 || !self->m_dtmfQueue.empty()) {
