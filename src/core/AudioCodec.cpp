@@ -4,6 +4,8 @@
 #include <spandsp.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstring>
 #include <cstdint>
 #include <stdexcept>
 
@@ -99,6 +101,52 @@ std::vector<std::uint8_t> AudioEncoder::encode(const std::int16_t* pcm, int samp
     return out;
 }
 
+void Concealer::heard(const std::int16_t* samples, int count) {
+    m_pitch = 0;
+    m_lostSamples = 0;
+    if (count >= historySize) {
+        std::memcpy(m_history, samples + count - historySize, sizeof m_history);
+    } else {
+        std::memmove(m_history, m_history + count, size_t(historySize - count) * sizeof(std::int16_t));
+        std::memcpy(m_history + historySize - count, samples, size_t(count) * sizeof(std::int16_t));
+    }
+    m_filled = std::min(historySize, m_filled + count);
+}
+
+void Concealer::conceal(std::int16_t* out, int count) {
+    if (m_filled < historySize) {
+        std::fill(out, out + count, 0);
+        return;
+    }
+    if (m_pitch == 0) {
+        // The lag between 2.5 and 20 ms at which the last 20 ms best matches itself.
+        constexpr int window = 160;
+        double best = -1;
+        m_pitch = 80;
+        for (int lag = 20; lag <= 160; ++lag) {
+            double product = 0, energy = 1;
+            for (int i = historySize - window; i < historySize; ++i) {
+                product += double(m_history[i]) * m_history[i - lag];
+                energy += double(m_history[i - lag]) * m_history[i - lag];
+            }
+            const double score = product / std::sqrt(energy);
+            if (score > best) {
+                best = score;
+                m_pitch = lag;
+            }
+        }
+        m_phase = 0;
+    }
+    constexpr int fadeSamples = 800; // 100 ms to silence
+    for (int i = 0; i < count; ++i) {
+        const double gain = std::max(0.0, 1.0 - double(m_lostSamples) / fadeSamples);
+        const std::int16_t sample = m_history[historySize - m_pitch + m_phase];
+        out[i] = std::int16_t(double(sample) * gain);
+        m_phase = (m_phase + 1) % m_pitch;
+        ++m_lostSamples;
+    }
+}
+
 AudioDecoder::AudioDecoder(Codec codec) : m_codec(codec) {
     if (codec == Codec::opus) {
         int error = 0;
@@ -110,7 +158,6 @@ AudioDecoder::AudioDecoder(Codec codec) : m_codec(codec) {
         if (codec == Codec::g722) {
             m_g722 = g722_decode_init(nullptr, 64000, G722_SAMPLE_RATE_8000);
         }
-        m_plc = plc_init(nullptr);
     }
 }
 
@@ -120,9 +167,6 @@ AudioDecoder::~AudioDecoder() {
     }
     if (m_g722) {
         g722_decode_free(m_g722);
-    }
-    if (m_plc) {
-        plc_free(static_cast<plc_state_t*>(m_plc));
     }
 }
 
@@ -150,8 +194,8 @@ void AudioDecoder::decode(const std::vector<std::uint8_t>& payload, std::vector<
         break;
     }
     }
-    if (m_plc && out.size() > start) {
-        plc_rx(static_cast<plc_state_t*>(m_plc), out.data() + start, int(out.size() - start));
+    if (!m_opus && out.size() > start) {
+        m_concealer.heard(out.data() + start, int(out.size() - start));
     }
 }
 
@@ -164,7 +208,7 @@ void AudioDecoder::conceal(std::vector<std::int16_t>& out) {
             std::fill(out.begin() + long(start), out.end(), 0);
         }
     } else {
-        plc_fillin(static_cast<plc_state_t*>(m_plc), out.data() + start, frameSamples);
+        m_concealer.conceal(out.data() + start, frameSamples);
     }
 }
 

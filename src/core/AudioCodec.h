@@ -40,6 +40,24 @@ private:
     g722_encode_state_s* m_g722 = nullptr;
 };
 
+// Stands in for lost frames of a waveform codec: repeats the last pitch period
+// of what was heard, fading out over about 100 ms.
+class Concealer {
+public:
+    // What was really heard, in order.
+    void heard(const std::int16_t* samples, int count);
+    // One frame in place of a lost one.
+    void conceal(std::int16_t* out, int count);
+
+private:
+    static constexpr int historySize = 320;
+    std::int16_t m_history[historySize] = {};
+    int m_filled = 0;
+    int m_pitch = 0;    // in samples, while concealing; 0 when not
+    int m_phase = 0;    // position within the repeated period
+    int m_lostSamples = 0;
+};
+
 class AudioDecoder {
 public:
     explicit AudioDecoder(Codec codec);
@@ -57,7 +75,7 @@ private:
     Codec m_codec;
     OpusDecoder* m_opus = nullptr;
     g722_decode_state_s* m_g722 = nullptr;
-    void* m_plc = nullptr; // spandsp's concealment state
+    Concealer m_concealer;
 };
 
 } // namespace core
