@@ -30,6 +30,7 @@ extern "C" struct ssl_ctx_st* tls_openssl_context(const struct tls* tls);
 #include <deque>
 #include <map>
 #include <mutex>
+#include <string_view>
 
 namespace core {
 
@@ -114,6 +115,43 @@ bool isCallableNumber(const std::string& number) {
     return true;
 }
 
+// The Call-ID of a final failure to an INVITE (not an authentication
+// challenge, which the library answers by itself).
+std::optional<std::string> refusedInviteCallId(std::string_view message) {
+    if (message.size() < 12 || message.substr(0, 8) != "SIP/2.0 ") {
+        return std::nullopt;
+    }
+    const int status = std::atoi(std::string(message.substr(8, 3)).c_str());
+    if (status < 300 || status == 401 || status == 407) {
+        return std::nullopt;
+    }
+    auto header = [&](std::string_view name) -> std::optional<std::string_view> {
+        size_t at = 0;
+        while ((at = message.find(name, at)) != std::string_view::npos) {
+            if (at > 0 && message[at - 1] == '\n') {
+                size_t begin = at + name.size();
+                const size_t end = message.find('\r', begin);
+                while (begin < message.size() && message[begin] == ' ') ++begin;
+                return message.substr(begin, end == std::string_view::npos ? end : end - begin);
+            }
+            at += name.size();
+        }
+        return std::nullopt;
+    };
+    const auto cseq = header("CSeq:");
+    if (!cseq || cseq->find("INVITE") == std::string_view::npos) {
+        return std::nullopt;
+    }
+    auto id = header("Call-ID:");
+    if (!id) {
+        id = header("i:");
+    }
+    if (!id) {
+        return std::nullopt;
+    }
+    return std::string(*id);
+}
+
 const Codec codecTags[] = {Codec::pcmu, Codec::pcma, Codec::g722, Codec::opus};
 
 void* tagOf(Codec codec) {
@@ -167,6 +205,7 @@ public:
     static void onRtp(const struct sa* src, const struct rtp_header* hdr, struct mbuf* mb, void* arg);
     static void onRtcp(const struct sa* src, struct rtcp_msg* msg, void* arg);
     static void onHoldGuard(void* arg);
+    void holdRefused();
     static void onDtmfTick(void* arg);
     static void onReferNotify(struct sip* sip, const struct sip_msg* msg, void* arg);
     static void onReferClosed(int err, const struct sip_msg* msg, const struct sipevent_substate* substate,
@@ -553,14 +592,36 @@ int Client::onCertificate(int ok, X509_STORE_CTX* store) {
 }
 
 void Client::onTrace(bool sent, enum sip_transp, const struct sa* src, const struct sa* dst,
-                     const std::uint8_t* packet, size_t length, void*) {
-    char from[64], to[64];
-    sa_ntop(src, from, sizeof from);
-    sa_ntop(dst, to, sizeof to);
-    logLine(LogLevel::trace,
-            format("%s %s:%u -> %s:%u\n", sent ? "sent" : "received", from, sa_port(src), to,
-                   sa_port(dst)) +
-                std::string(reinterpret_cast<const char*>(packet), length));
+                     const std::uint8_t* packet, size_t length, void* arg) {
+    const std::string_view message(reinterpret_cast<const char*>(packet), length);
+    if (logEnabled(LogLevel::trace)) {
+        char from[64], to[64];
+        sa_ntop(src, from, sizeof from);
+        sa_ntop(dst, to, sizeof to);
+        logLine(LogLevel::trace,
+                format("%s %s:%u -> %s:%u\n", sent ? "sent" : "received", from, sa_port(src), to,
+                       sa_port(dst)) +
+                    std::string(message));
+    }
+    auto* self = static_cast<Client*>(arg);
+    if (!self || sent) {
+        return;
+    }
+    // A refused re-INVITE reaches no handler of the library: it is seen here, so
+    // that a hold or resume the far end turned down is reported at once.
+    const std::optional<std::string> callId = refusedInviteCallId(message);
+    if (callId) {
+        Loop::instance().post([weak = self->weak_from_this(), id = *callId] {
+            auto client = weak.lock();
+            if (!client) {
+                return;
+            }
+            const auto found = client->m_calls.find(id);
+            if (found != client->m_calls.end()) {
+                found->second->holdRefused();
+            }
+        });
+    }
 }
 
 void Client::start() {
@@ -584,7 +645,7 @@ void Client::start() {
         if (!err) {
             err = sip_listen(&m_listener, m_sip, true, onRequest, this);
         }
-        if (!err && logEnabled(LogLevel::trace)) {
+        if (!err) {
             sip_set_trace_handler(m_sip, onTrace);
         }
         if (!err && m_tls) {
@@ -1406,6 +1467,13 @@ void CallImpl::setHold(bool hold) {
         // A refused re-INVITE gives no callback: the guard puts things back.
         tmr_start(&m_holdTimer, holdGuardMs, onHoldGuard, this);
     });
+}
+
+void CallImpl::holdRefused() {
+    if (m_holdPending && !m_over) {
+        tmr_cancel(&m_holdTimer);
+        onHoldGuard(this);
+    }
 }
 
 void CallImpl::onHoldGuard(void* arg) {
