@@ -1,8 +1,8 @@
 // Figures of the SIP engine against kamailio, baresip and sipp on loopback.
 // Prints "name: value" lines; nothing here fails on time.
 
-#include "core/Core.h"
 #include "../tests/integration/core/SipLab.h"
+#include "core/Core.h"
 
 #include "Ports.h"
 
@@ -98,8 +98,8 @@ int main(int argc, char** argv) {
     auto tlsAccount = accountFor("127.0.0.1:" + std::to_string(kamailio.tlsPort()), "alice",
                                  Kamailio::users().at("alice"));
     tlsAccount.optionFlag = true;
-    tlsAccount.optionPair = std::make_pair(std::string("tls-ca-file"),
-                                           certs.trustedCa.toStdString());
+    tlsAccount.optionPair =
+        std::make_pair(std::string("tls-ca-file"), certs.trustedCa.toStdString());
     for (int i = 0; i < 20; ++i) {
         tcp.push_back(
             registerMs(accountFor(kamailio.tcpServer(), "alice", Kamailio::users().at("alice"))));
@@ -204,7 +204,8 @@ Content-Length: 0
         }
         std::printf("invite_connected_ms_p50_immediate_answer: %.2f\n", median(setup));
         const double before = rssMb();
-        for (int i = 0; i < 200; ++i) oneCall();
+        for (int i = 0; i < 200; ++i)
+            oneCall();
         std::printf("rss_growth_mb_200_calls: %.2f\n", rssMb() - before);
         client->stop();
     }

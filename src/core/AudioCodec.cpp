@@ -5,8 +5,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <cstdint>
+#include <cstring>
 #include <stdexcept>
 
 extern "C" {
@@ -42,10 +42,14 @@ std::uint32_t rtpFrameTicks(Codec codec) {
 
 const char* codecName(Codec codec) {
     switch (codec) {
-    case Codec::pcmu: return "PCMU";
-    case Codec::pcma: return "PCMA";
-    case Codec::g722: return "G722";
-    case Codec::opus: return "opus";
+    case Codec::pcmu:
+        return "PCMU";
+    case Codec::pcma:
+        return "PCMA";
+    case Codec::g722:
+        return "G722";
+    case Codec::opus:
+        return "opus";
     }
     return "?";
 }
@@ -79,11 +83,13 @@ std::vector<std::uint8_t> AudioEncoder::encode(const std::int16_t* pcm, int samp
     switch (m_codec) {
     case Codec::pcmu:
         out.reserve(size_t(samples));
-        for (int i = 0; i < samples; ++i) out.push_back(toUlaw(pcm[i]));
+        for (int i = 0; i < samples; ++i)
+            out.push_back(toUlaw(pcm[i]));
         break;
     case Codec::pcma:
         out.reserve(size_t(samples));
-        for (int i = 0; i < samples; ++i) out.push_back(toAlaw(pcm[i]));
+        for (int i = 0; i < samples; ++i)
+            out.push_back(toAlaw(pcm[i]));
         break;
     case Codec::g722: {
         out.resize(size_t(samples));
@@ -107,7 +113,8 @@ void Concealer::heard(const std::int16_t* samples, int count) {
     if (count >= historySize) {
         std::memcpy(m_history, samples + count - historySize, sizeof m_history);
     } else {
-        std::memmove(m_history, m_history + count, size_t(historySize - count) * sizeof(std::int16_t));
+        std::memmove(m_history, m_history + count,
+                     size_t(historySize - count) * sizeof(std::int16_t));
         std::memcpy(m_history + historySize - count, samples, size_t(count) * sizeof(std::int16_t));
     }
     m_filled = std::min(historySize, m_filled + count);
@@ -170,26 +177,30 @@ AudioDecoder::~AudioDecoder() {
     }
 }
 
-void AudioDecoder::decode(const std::vector<std::uint8_t>& payload, std::vector<std::int16_t>& out) {
+void AudioDecoder::decode(const std::vector<std::uint8_t>& payload,
+                          std::vector<std::int16_t>& out) {
     const size_t start = out.size();
     switch (m_codec) {
     case Codec::pcmu:
-        for (std::uint8_t byte : payload) out.push_back(g711_u2l[byte]);
+        for (std::uint8_t byte : payload)
+            out.push_back(g711_u2l[byte]);
         break;
     case Codec::pcma:
-        for (std::uint8_t byte : payload) out.push_back(g711_A2l[byte]);
+        for (std::uint8_t byte : payload)
+            out.push_back(g711_A2l[byte]);
         break;
     case Codec::g722: {
         out.resize(start + payload.size() * 2);
-        const int samples = g722_decode(m_g722, out.data() + start, payload.data(), int(payload.size()));
+        const int samples =
+            g722_decode(m_g722, out.data() + start, payload.data(), int(payload.size()));
         out.resize(start + size_t(std::max(samples, 0)));
         break;
     }
     case Codec::opus: {
         // Up to 120 ms in one packet.
         out.resize(start + 960);
-        const int samples =
-            opus_decode(m_opus, payload.data(), opus_int32(payload.size()), out.data() + start, 960, 0);
+        const int samples = opus_decode(m_opus, payload.data(), opus_int32(payload.size()),
+                                        out.data() + start, 960, 0);
         out.resize(start + size_t(std::max(samples, 0)));
         break;
     }

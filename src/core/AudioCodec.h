@@ -53,8 +53,8 @@ private:
     static constexpr int historySize = 320;
     std::int16_t m_history[historySize] = {};
     int m_filled = 0;
-    int m_pitch = 0;    // in samples, while concealing; 0 when not
-    int m_phase = 0;    // position within the repeated period
+    int m_pitch = 0; // in samples, while concealing; 0 when not
+    int m_phase = 0; // position within the repeated period
     int m_lostSamples = 0;
 };
 

@@ -4,22 +4,32 @@ namespace core {
 
 std::string toString(const RegistrationState& state) {
     switch (state.kind) {
-    case RegistrationState::Kind::registered: return "registered";
-    case RegistrationState::Kind::failed: return "failed(" + state.reason + ")";
-    case RegistrationState::Kind::registering: return "registering";
-    case RegistrationState::Kind::unregistered: return "unregistered";
+    case RegistrationState::Kind::registered:
+        return "registered";
+    case RegistrationState::Kind::failed:
+        return "failed(" + state.reason + ")";
+    case RegistrationState::Kind::registering:
+        return "registering";
+    case RegistrationState::Kind::unregistered:
+        return "unregistered";
     }
     return "unknown";
 }
 
 std::string toString(const CallState& state) {
     switch (state.kind) {
-    case CallState::Kind::transferFailed: return "transferFailed(" + state.reason + ")";
-    case CallState::Kind::ended: return "ended(" + state.reason + ")";
-    case CallState::Kind::ringing: return "ringing";
-    case CallState::Kind::connected: return "connected";
-    case CallState::Kind::held: return "held";
-    case CallState::Kind::transferring: return "transferring";
+    case CallState::Kind::transferFailed:
+        return "transferFailed(" + state.reason + ")";
+    case CallState::Kind::ended:
+        return "ended(" + state.reason + ")";
+    case CallState::Kind::ringing:
+        return "ringing";
+    case CallState::Kind::connected:
+        return "connected";
+    case CallState::Kind::held:
+        return "held";
+    case CallState::Kind::transferring:
+        return "transferring";
     }
     return "unknown";
 }

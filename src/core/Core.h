@@ -30,7 +30,7 @@ struct SipAccount {
     std::string password;
     bool optionFlag = false; // TLS whatever the port; the app leaves it false
     std::optional<std::pair<std::string, std::string>> optionPair; // {"tls-ca-file", path}
-    bool trailingFlag = false; // unused
+    bool trailingFlag = false;                                     // unused
 
     bool operator==(const SipAccount&) const = default;
 };

@@ -86,19 +86,29 @@ void setNoDelay(const struct sip_msg* msg) {
 std::string reasonForStatus(std::uint16_t status, const std::string& phrase) {
     switch (status) {
     case 486:
-    case 600: return "Busy";
-    case 603: return "Declined";
+    case 600:
+        return "Busy";
+    case 603:
+        return "Declined";
     case 404:
-    case 604: return "Not found";
-    case 408: return "No answer";
+    case 604:
+        return "Not found";
+    case 408:
+        return "No answer";
     case 480:
-    case 503: return "Unavailable";
-    case 487: return "Cancelled";
-    case 403: return "Forbidden";
-    case 484: return "Incomplete number";
+    case 503:
+        return "Unavailable";
+    case 487:
+        return "Cancelled";
+    case 403:
+        return "Forbidden";
+    case 484:
+        return "Incomplete number";
     case 488:
-    case 606: return "Not acceptable";
-    default: return phrase.empty() ? format("Failed (%u)", status) : phrase;
+    case 606:
+        return "Not acceptable";
+    default:
+        return phrase.empty() ? format("Failed (%u)", status) : phrase;
     }
 }
 
@@ -131,7 +141,8 @@ std::optional<std::string> refusedInviteCallId(std::string_view message) {
             if (at > 0 && message[at - 1] == '\n') {
                 size_t begin = at + name.size();
                 const size_t end = message.find('\r', begin);
-                while (begin < message.size() && message[begin] == ' ') ++begin;
+                while (begin < message.size() && message[begin] == ' ')
+                    ++begin;
                 return message.substr(begin, end == std::string_view::npos ? end : end - begin);
             }
             at += name.size();
@@ -202,14 +213,15 @@ public:
     static int onAnswer(const struct sip_msg* msg, void* arg);
     static int onOffer(struct mbuf** descp, const struct sip_msg* msg, void* arg);
     static void onClosed(int err, const struct sip_msg* msg, void* arg);
-    static void onRtp(const struct sa* src, const struct rtp_header* hdr, struct mbuf* mb, void* arg);
+    static void onRtp(const struct sa* src, const struct rtp_header* hdr, struct mbuf* mb,
+                      void* arg);
     static void onRtcp(const struct sa* src, struct rtcp_msg* msg, void* arg);
     static void onHoldGuard(void* arg);
     void holdRefused();
     static void onDtmfTick(void* arg);
     static void onReferNotify(struct sip* sip, const struct sip_msg* msg, void* arg);
-    static void onReferClosed(int err, const struct sip_msg* msg, const struct sipevent_substate* substate,
-                              void* arg);
+    static void onReferClosed(int err, const struct sip_msg* msg,
+                              const struct sipevent_substate* substate, void* arg);
     static bool onSrtpSend(int* err, struct sa* dst, struct mbuf* mb, void* arg);
     static bool onSrtpReceive(struct sa* src, struct mbuf* mb, void* arg);
     static bool onSrtcpSend(int* err, struct sa* dst, struct mbuf* mb, void* arg);
@@ -245,10 +257,10 @@ public:
     bool m_established = false;
     bool m_ringingReported = false;
     bool m_over = false;
-    bool m_held = false;          // the state the far end has agreed to
-    bool m_holdPending = false;   // a re-INVITE for hold or resume is out
+    bool m_held = false;        // the state the far end has agreed to
+    bool m_holdPending = false; // a re-INVITE for hold or resume is out
     bool m_transferDone = false;
-    struct sa m_remoteRtp{};
+    struct sa m_remoteRtp {};
     bool m_haveRemote = false;
     int m_sendPt = -1;
     int m_eventPt = -1;
@@ -326,7 +338,8 @@ public:
     }
 
     static int onAuth(char** user, char** password, const char* realm, void* arg);
-    static int onRegisterSend(sip_transp tp, const struct sa* src, const struct sa* dst, struct mbuf* mb, void* arg);
+    static int onRegisterSend(sip_transp tp, const struct sa* src, const struct sa* dst,
+                              struct mbuf* mb, void* arg);
     static void onRegisterResponse(int err, const struct sip_msg* msg, void* arg);
     static void onRegisterTimer(void* arg);
     static void onKeepalive(void* arg);
@@ -347,7 +360,7 @@ public:
     std::string m_serverUri;
     std::string m_route;
     std::string m_aor;
-    struct sa m_localAddress{};
+    struct sa m_localAddress {};
 
     // Loop thread only.
     bool m_started = false;
@@ -364,7 +377,7 @@ public:
     struct sip_request* m_registerRequest = nullptr;
     struct sip_auth* m_registerAuth = nullptr;
     struct tmr m_keepaliveTimer;
-    struct sa m_registrar{};
+    struct sa m_registrar {};
     enum sip_transp m_registrarTransport = SIP_TRANSP_TCP;
     struct tmr m_registerTimer;
     struct tmr m_stopTimer;
@@ -435,7 +448,8 @@ int Client::onAuth(char** user, char** password, const char*, void* arg) {
     return err;
 }
 
-int Client::onRegisterSend(sip_transp tp, const struct sa* src, const struct sa*, struct mbuf* mb, void* arg) {
+int Client::onRegisterSend(sip_transp tp, const struct sa* src, const struct sa*, struct mbuf* mb,
+                           void* arg) {
     auto* self = static_cast<Client*>(arg);
     // The Contact names the address of the connection itself, so that the
     // registrar can send requests back over it.
@@ -534,12 +548,12 @@ void Client::onRegisterResponse(int err, const struct sip_msg* msg, void* arg) {
         self->registrationFailed("Wrong user name or password.");
         break;
     case 404:
-        self->registrationFailed("The server does not know the user " +
-                                 self->m_account.username + ".");
+        self->registrationFailed("The server does not know the user " + self->m_account.username +
+                                 ".");
         break;
     default:
-        self->registrationFailed(format("The server refused the registration (%u %s).",
-                                        msg->scode, text(msg->reason).c_str()));
+        self->registrationFailed(format("The server refused the registration (%u %s).", msg->scode,
+                                        text(msg->reason).c_str()));
     }
 }
 
@@ -559,8 +573,8 @@ void Client::onKeepalive(void* arg) {
     struct mbuf* ping = mbuf_alloc(4);
     mbuf_write_str(ping, "\r\n\r\n");
     ping->pos = 0;
-    const int err = sip_send(self->m_sip, nullptr, self->m_registrarTransport, &self->m_registrar,
-                             ping);
+    const int err =
+        sip_send(self->m_sip, nullptr, self->m_registrarTransport, &self->m_registrar, ping);
     mem_deref(ping);
     if (err) {
         warn(format("keep-alive failed (%s); registering again", strerror(err)));
@@ -579,8 +593,8 @@ int Client::onCertificate(int ok, X509_STORE_CTX* store) {
     if (ok) {
         return ok;
     }
-    auto* ssl = static_cast<SSL*>(
-        X509_STORE_CTX_get_ex_data(store, SSL_get_ex_data_X509_STORE_CTX_idx()));
+    auto* ssl =
+        static_cast<SSL*>(X509_STORE_CTX_get_ex_data(store, SSL_get_ex_data_X509_STORE_CTX_idx()));
     if (ssl) {
         if (auto* self = static_cast<Client*>(SSL_CTX_get_app_data(SSL_get_SSL_CTX(ssl)))) {
             self->m_certificateRejected = true;
@@ -598,10 +612,9 @@ void Client::onTrace(bool sent, enum sip_transp, const struct sa* src, const str
         char from[64], to[64];
         sa_ntop(src, from, sizeof from);
         sa_ntop(dst, to, sizeof to);
-        logLine(LogLevel::trace,
-                format("%s %s:%u -> %s:%u\n", sent ? "sent" : "received", from, sa_port(src), to,
-                       sa_port(dst)) +
-                    std::string(message));
+        logLine(LogLevel::trace, format("%s %s:%u -> %s:%u\n", sent ? "sent" : "received", from,
+                                        sa_port(src), to, sa_port(dst)) +
+                                     std::string(message));
     }
     auto* self = static_cast<Client*>(arg);
     if (!self || sent) {
@@ -666,7 +679,7 @@ void Client::start() {
                 SSL_CTX_set_app_data(context, this);
                 SSL_CTX_set_verify(context, SSL_VERIFY_PEER, onCertificate);
                 X509_VERIFY_PARAM* param = SSL_CTX_get0_param(context);
-                struct sa probe{};
+                struct sa probe {};
                 if (sa_set_str(&probe, m_host.c_str(), 0) == 0) {
                     X509_VERIFY_PARAM_set1_ip_asc(param, m_host.c_str());
                 } else {
@@ -712,7 +725,8 @@ void Client::reRegister() {
         self->m_challenges = 0;
         self->m_lastReported.reset();
         self->report(RegistrationState::registering());
-        self->m_registerRequest = static_cast<struct sip_request*>(mem_deref(self->m_registerRequest));
+        self->m_registerRequest =
+            static_cast<struct sip_request*>(mem_deref(self->m_registerRequest));
         self->sendRegister(registerExpiry);
     });
 }
@@ -853,9 +867,9 @@ std::shared_ptr<Call> Client::placeCall(const std::string& number) {
             err = sipsess_connect(&call->m_session, m_sessions, target.c_str(), nullptr,
                                   m_aor.c_str(), m_account.username.c_str(), routes, 1,
                                   "application/sdp", offer, onAuth, this, false, CallImpl::onOffer,
-                                  CallImpl::onAnswer, CallImpl::onProgress,
-                                  CallImpl::onEstablished, nullptr, nullptr, CallImpl::onClosed,
-                                  call.get(), "Allow: INVITE,ACK,BYE,CANCEL,NOTIFY,REFER\r\n");
+                                  CallImpl::onAnswer, CallImpl::onProgress, CallImpl::onEstablished,
+                                  nullptr, nullptr, CallImpl::onClosed, call.get(),
+                                  "Allow: INVITE,ACK,BYE,CANCEL,NOTIFY,REFER\r\n");
         }
         mem_deref(offer);
         if (err) {
@@ -889,7 +903,8 @@ void Client::onIncoming(const struct sip_msg* msg, void* arg) {
     auto call = std::make_shared<CallImpl>(self, true, text(msg->from.uri.user), name);
     call->m_callId = text(msg->callid);
     // SRTP when the caller offers it; a secure profile is answered in kind.
-    const std::string body(reinterpret_cast<const char*>(mbuf_buf(msg->mb)), mbuf_get_left(msg->mb));
+    const std::string body(reinterpret_cast<const char*>(mbuf_buf(msg->mb)),
+                           mbuf_get_left(msg->mb));
     const bool secure = body.find("RTP/SAVP") != std::string::npos;
     int err = call->prepareMedia(self->m_localAddress, secure);
     if (!err && mbuf_get_left(msg->mb) > 0) {
@@ -961,18 +976,17 @@ int CallImpl::prepareMedia(const sa& localAddress, bool secure) {
             err = srtp_alloc(&m_srtpSend, SRTP_AES_CM_128_HMAC_SHA1_80, key.data(), key.size(), 0);
         }
         if (!err) {
-            err = srtp_alloc(&m_srtcpSend, SRTP_AES_CM_128_HMAC_SHA1_80, key.data(), key.size(),
-                             0);
+            err = srtp_alloc(&m_srtcpSend, SRTP_AES_CM_128_HMAC_SHA1_80, key.data(), key.size(), 0);
         }
         if (!err) {
             // Below the RTP layer: packets are encrypted last and decrypted first.
-            err = udp_register_helper(&m_srtpHelper, static_cast<struct udp_sock*>(rtp_sock(m_rtp)), 0,
-                                      onSrtpSend, onSrtpReceive, this);
+            err = udp_register_helper(&m_srtpHelper, static_cast<struct udp_sock*>(rtp_sock(m_rtp)),
+                                      0, onSrtpSend, onSrtpReceive, this);
         }
         if (!err) {
-            err = udp_register_helper(&m_srtcpHelper,
-                                      static_cast<struct udp_sock*>(rtcp_sock(m_rtp)), 0,
-                                      onSrtcpSend, onSrtcpReceive, this);
+            err =
+                udp_register_helper(&m_srtcpHelper, static_cast<struct udp_sock*>(rtcp_sock(m_rtp)),
+                                    0, onSrtcpSend, onSrtcpReceive, this);
         }
     }
     return err;
@@ -1043,7 +1057,7 @@ void CallImpl::applyRemoteDescription(const struct mbuf* body, bool offer) {
     // Decoders for what was agreed: the remote payload types map to our codecs.
     m_remoteRtp = *sdp_media_raddr(m_media);
     if (!m_haveRemote) {
-        struct sa rtcpPeer{};
+        struct sa rtcpPeer {};
         sdp_media_raddr_rtcp(m_media, &rtcpPeer);
         rtcp_start(m_rtp, "velnor-rz", &rtcpPeer);
     }
@@ -1051,8 +1065,9 @@ void CallImpl::applyRemoteDescription(const struct mbuf* body, bool offer) {
     if (m_secure) {
         const char* crypto = sdp_media_rattr(m_media, "crypto");
         pl tag{}, suite{}, key{};
-        if (crypto && re_regex(crypto, strlen(crypto), "[0-9]+ [^ ]+ inline:[^ |]+", &tag, &suite,
-                               &key) == 0 &&
+        if (crypto &&
+            re_regex(crypto, strlen(crypto), "[0-9]+ [^ ]+ inline:[^ |]+", &tag, &suite, &key) ==
+                0 &&
             pl_strcmp(&suite, "AES_CM_128_HMAC_SHA1_80") == 0) {
             std::array<std::uint8_t, 64> raw{};
             size_t length = raw.size();
@@ -1066,15 +1081,16 @@ void CallImpl::applyRemoteDescription(const struct mbuf* body, bool offer) {
             warn("call " + m_callId + ": the far end offers no usable SRTP key");
         }
     }
-    info(format("call %s: sending %s (payload type %d) over %s to %s:%u, direction %s",
-                m_callId.c_str(), codecName(codec), m_sendPt, m_secure ? "SRTP" : "RTP",
-                [&] {
-                    char address[64];
-                    sa_ntop(&m_remoteRtp, address, sizeof address);
-                    return std::string(address);
-                }()
-                    .c_str(),
-                sa_port(&m_remoteRtp), sdp_dir_name(sdp_media_dir(m_media))));
+    info(format(
+        "call %s: sending %s (payload type %d) over %s to %s:%u, direction %s", m_callId.c_str(),
+        codecName(codec), m_sendPt, m_secure ? "SRTP" : "RTP",
+        [&] {
+            char address[64];
+            sa_ntop(&m_remoteRtp, address, sizeof address);
+            return std::string(address);
+        }()
+            .c_str(),
+        sa_port(&m_remoteRtp), sdp_dir_name(sdp_media_dir(m_media))));
 }
 
 void CallImpl::report(CallState state) {
@@ -1221,7 +1237,7 @@ void CallImpl::onRtcp(const struct sa*, struct rtcp_msg* msg, void* arg) {
         self->m_remoteLoss = double(reports[i].fraction) / 256.0;
         const std::uint32_t rate = self->m_encoder ? rtpClockRate(self->m_encoder->codec()) : 8000;
         self->m_remoteJitterMs = double(reports[i].jitter) * 1000.0 / double(rate);
-        struct rtcp_stats stats{};
+        struct rtcp_stats stats {};
         if (self->m_rtp && rtcp_stats(self->m_rtp, reports[i].ssrc, &stats) == 0 && stats.rtt) {
             self->m_roundTripMs = double(stats.rtt) / 1000.0;
         }
@@ -1321,7 +1337,8 @@ void CallImpl::flushAudio() {
             }
             continue;
         }
-        const std::vector<std::uint8_t> payload = m_encoder->encode(frame.data(), int(frame.size()));
+        const std::vector<std::uint8_t> payload =
+            m_encoder->encode(frame.data(), int(frame.size()));
         if (payload.empty()) {
             continue;
         }
@@ -1459,9 +1476,9 @@ void CallImpl::setHold(bool hold) {
         mem_deref(offer);
         if (err) {
             sdp_media_set_ldir(m_media, m_held ? SDP_SENDONLY : SDP_SENDRECV);
-            throw CoreError(CoreError::Kind::message,
-                            format("The call could not be %s (%s).", hold ? "held" : "resumed",
-                                   strerror(err)));
+            throw CoreError(
+                CoreError::Kind::message,
+                format("The call could not be %s (%s).", hold ? "held" : "resumed", strerror(err)));
         }
         m_holdPending = true;
         // A refused re-INVITE gives no callback: the guard puts things back.
@@ -1500,10 +1517,10 @@ void CallImpl::transfer(const std::string& target) {
             throw CoreError(CoreError::Kind::message, "A transfer of this call is under way.");
         }
         const std::string uri = m_client->uriFor(target);
-        const int err = sipevent_drefer(&m_refer, m_client->m_events, sipsess_dialog(m_session),
-                                        m_client->m_account.username.c_str(), Client::onAuth,
-                                        m_client, false, onReferNotify, onReferClosed, this,
-                                        "Refer-To: <%s>\r\n", uri.c_str());
+        const int err =
+            sipevent_drefer(&m_refer, m_client->m_events, sipsess_dialog(m_session),
+                            m_client->m_account.username.c_str(), Client::onAuth, m_client, false,
+                            onReferNotify, onReferClosed, this, "Refer-To: <%s>\r\n", uri.c_str());
         if (err) {
             throw CoreError(CoreError::Kind::message,
                             format("The transfer could not be started (%s).", strerror(err)));
@@ -1516,7 +1533,8 @@ void CallImpl::transfer(const std::string& target) {
 void CallImpl::onReferNotify(struct sip* sip, const struct sip_msg* msg, void* arg) {
     auto* self = static_cast<CallImpl*>(arg);
     sip_reply(sip, msg, 200, "OK");
-    struct pl version{}, status{}, phrase{};
+    struct pl version {
+    }, status{}, phrase{};
     if (mbuf_get_left(msg->mb) == 0 ||
         re_regex(reinterpret_cast<const char*>(mbuf_buf(msg->mb)), mbuf_get_left(msg->mb),
                  "SIP/[0-9.]+ [0-9]+[ ]*[^\r\n]*", &version, &status, nullptr, &phrase)) {
@@ -1538,7 +1556,8 @@ void CallImpl::onReferNotify(struct sip* sip, const struct sip_msg* msg, void* a
     }
 }
 
-void CallImpl::onReferClosed(int err, const struct sip_msg* msg, const struct sipevent_substate*, void* arg) {
+void CallImpl::onReferClosed(int err, const struct sip_msg* msg, const struct sipevent_substate*,
+                             void* arg) {
     auto* self = static_cast<CallImpl*>(arg);
     self->m_refer = static_cast<struct sipsub*>(mem_deref(self->m_refer));
     if (self->m_over || self->m_transferDone) {
@@ -1609,8 +1628,8 @@ std::shared_ptr<SipClient> SipClient::init(const SipAccount& account,
     // The SIP ports for TLS; anything else is plain TCP, unless optionFlag asks for TLS.
     const bool tls = port == 5061 || port == 443 || account.optionFlag;
     Loop::instance();
-    auto client = std::make_shared<Client>(account, std::move(delegate), host,
-                                           std::uint16_t(port), tls);
+    auto client =
+        std::make_shared<Client>(account, std::move(delegate), host, std::uint16_t(port), tls);
     if (!localAddressFor(host, std::uint16_t(port), client->m_localAddress)) {
         throw CoreError(CoreError::Kind::unreachable, account.server, "no address for the host");
     }

@@ -25,23 +25,35 @@ std::string trimmed(const std::string& text) {
 std::optional<LogLevel> levelNamed(std::string name) {
     std::transform(name.begin(), name.end(), name.begin(),
                    [](unsigned char c) { return char(std::tolower(c)); });
-    if (name == "off") return LogLevel::off;
-    if (name == "error") return LogLevel::error;
-    if (name == "warn") return LogLevel::warn;
-    if (name == "info") return LogLevel::info;
-    if (name == "debug") return LogLevel::debug;
-    if (name == "trace") return LogLevel::trace;
+    if (name == "off")
+        return LogLevel::off;
+    if (name == "error")
+        return LogLevel::error;
+    if (name == "warn")
+        return LogLevel::warn;
+    if (name == "info")
+        return LogLevel::info;
+    if (name == "debug")
+        return LogLevel::debug;
+    if (name == "trace")
+        return LogLevel::trace;
     return std::nullopt;
 }
 
 const char* levelName(LogLevel level) {
     switch (level) {
-    case LogLevel::off: return "OFF";
-    case LogLevel::error: return "ERROR";
-    case LogLevel::warn: return "WARN";
-    case LogLevel::info: return "INFO";
-    case LogLevel::debug: return "DEBUG";
-    case LogLevel::trace: return "TRACE";
+    case LogLevel::off:
+        return "OFF";
+    case LogLevel::error:
+        return "ERROR";
+    case LogLevel::warn:
+        return "WARN";
+    case LogLevel::info:
+        return "INFO";
+    case LogLevel::debug:
+        return "DEBUG";
+    case LogLevel::trace:
+        return "TRACE";
     }
     return "?";
 }

@@ -73,10 +73,9 @@ TEST(OutgoingCall, CarriesAToneToTheEchoPartyAndBack) {
 // The playing party speaks only the one codec, so that the call has to use it.
 void toneCallWith(const QByteArray& codec, int rate, int channels) {
     Lab lab;
-    auto carol = std::make_unique<Baresip>(lab.dir.path(), "carol", Baresip::Role::tonePlayer,
-                                           lab.kamailio,
-                                           writeToneFile(lab.dir.path(), 1000, rate, channels),
-                                           lab.certs.trustedCa, codec);
+    auto carol = std::make_unique<Baresip>(
+        lab.dir.path(), "carol", Baresip::Role::tonePlayer, lab.kamailio,
+        writeToneFile(lab.dir.path(), 1000, rate, channels), lab.certs.trustedCa, codec);
     lab.startClient();
     auto call = lab.client->placeCall("carol");
     carol->waitEvent({"CALL_INCOMING"});

@@ -16,10 +16,11 @@ QString reply(const QString& status, const QString& direction, bool newTag) {
     if (direction.isEmpty()) {
         return text + "Content-Length: 0\n\n";
     }
-    return text + "Content-Type: application/sdp\nContent-Length: [len]\n\n"
-                  "v=0\no=- 1 1 IN IP4 [local_ip]\ns=-\nc=IN IP4 [local_ip]\nt=0 0\n"
-                  "m=audio [media_port] RTP/AVP 0 101\na=rtpmap:0 PCMU/8000\n"
-                  "a=rtpmap:101 telephone-event/8000\na=" +
+    return text +
+           "Content-Type: application/sdp\nContent-Length: [len]\n\n"
+           "v=0\no=- 1 1 IN IP4 [local_ip]\ns=-\nc=IN IP4 [local_ip]\nt=0 0\n"
+           "m=audio [media_port] RTP/AVP 0 101\na=rtpmap:0 PCMU/8000\n"
+           "a=rtpmap:101 telephone-event/8000\na=" +
            direction + "\n";
 }
 
@@ -54,9 +55,7 @@ QString holdScenario(HoldAnswer answer) {
         // (With a re-INVITE left open, the BYE waits for that transaction to time out.)
         xml += "  <recv request=\"BYE\"/>\n" + send(reply("200 OK", {}, false));
     }
-    xml += 
-           "  <Reference variables=\"1" + QString(rejectHold ? "" : ",2") +
-           "\"/>\n</scenario>\n";
+    xml += "  <Reference variables=\"1" + QString(rejectHold ? "" : ",2") + "\"/>\n</scenario>\n";
     return xml;
 }
 
@@ -67,8 +66,7 @@ QString notify(const QString& state, const QString& sipfrag) {
            "[routes]\n"
            "Contact: <sip:sipp@[local_ip]:[local_port];transport=[transport]>\n"
            "Max-Forwards: 70\nEvent: refer;id=[$referCseq]\nSubscription-State: " +
-           state +
-           "\nContent-Type: message/sipfrag\nContent-Length: [len]\n\n" + sipfrag + "\n";
+           state + "\nContent-Type: message/sipfrag\nContent-Length: [len]\n\n" + sipfrag + "\n";
 }
 
 // A far end that answers, takes a REFER and reports the outcome of the
@@ -87,12 +85,10 @@ QString transferScenario(const QString& outcome) {
            "</action></recv>\n" +
            send(reply("202 Accepted", {}, false)) +
            send(notify("active;expires=60", "SIP/2.0 100 Trying")) +
-           "  <recv response=\"200\"/>\n" +
-           send(notify("terminated;reason=noresource", outcome)) +
+           "  <recv response=\"200\"/>\n" + send(notify("terminated;reason=noresource", outcome)) +
            "  <recv response=\"200\"/>\n"
            "  <recv request=\"BYE\"/>\n" +
-           send(reply("200 OK", {}, false)) +
-           "  <Reference variables=\"target\"/>\n</scenario>\n";
+           send(reply("200 OK", {}, false)) + "  <Reference variables=\"target\"/>\n</scenario>\n";
 }
 
 struct Lab {
@@ -238,8 +234,7 @@ TEST(EarlyMedia, ASessionProgressWithMediaRingsAndABusyEndsAsBusy) {
         "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?>\n<scenario name=\"early\">\n"
         "  <recv request=\"INVITE\"/>\n" +
         send(reply("183 Session Progress", "sendrecv", true)) +
-        send(reply("486 Busy Here", {}, true)) +
-        "  <recv request=\"ACK\"/>\n</scenario>\n";
+        send(reply("486 Busy Here", {}, true)) + "  <recv request=\"ACK\"/>\n</scenario>\n";
     Sipp sipp(lab.dir.path(), scenario, sippPort);
     sipp.start();
     lab.startClient();

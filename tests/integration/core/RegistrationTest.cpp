@@ -71,9 +71,8 @@ TEST(Registration, ReRegisterRegistersAgain) {
     ASSERT_EQ(events->waitRegistered().kind, Kind::registered);
     const size_t before = events->registrations().size();
     client->reRegister();
-    events->waitRegistration([&, n = size_t(0)](const RegistrationState&) mutable {
-        return ++n > before;
-    });
+    events->waitRegistration(
+        [&, n = size_t(0)](const RegistrationState&) mutable { return ++n > before; });
     // registering, then registered once more.
     events->waitRegistration([&, n = size_t(0)](const RegistrationState& state) mutable {
         return ++n > before + 1 && state.kind == Kind::registered;

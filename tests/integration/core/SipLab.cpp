@@ -40,8 +40,8 @@ void waitListening(std::uint16_t port, std::chrono::milliseconds bound, ChildPro
     QDeadlineTimer deadline(bound);
     while (!deadline.hasExpired()) {
         if (!owner.running()) {
-            fail(std::string(what) + " exited: " +
-                 owner.process().readAllStandardError().right(3000).toStdString());
+            fail(std::string(what) +
+                 " exited: " + owner.process().readAllStandardError().right(3000).toStdString());
         }
         QTcpSocket probe;
         probe.connectToHost("127.0.0.1", port);
@@ -62,8 +62,7 @@ TestCertificates::TestCertificates(const QString& dir) {
     auto makeCa = [&](const QString& name) {
         run("openssl",
             {"req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes",
-             "-keyout", name + ".key", "-out", name + ".pem", "-days", "2", "-subj",
-             "/CN=" + name},
+             "-keyout", name + ".key", "-out", name + ".pem", "-days", "2", "-subj", "/CN=" + name},
             dir);
     };
     auto makeServer = [&](const QString& ca, const QString& name) {
@@ -123,7 +122,9 @@ Kamailio::Kamailio(const QString& dir, const TestCertificates& certs, Options op
     }
     const QByteArray config =
         "#!KAMAILIO\n"
-        "debug=" + qgetenv("VELNOR_TEST_KAMAILIO_DEBUG").append("1").left(1) + "\n"
+        "debug=" +
+        qgetenv("VELNOR_TEST_KAMAILIO_DEBUG").append("1").left(1) +
+        "\n"
         "log_stderror=yes\n"
         "tcp_children=3\n"
         "enable_tls=yes\n"
@@ -159,7 +160,8 @@ Kamailio::Kamailio(const QString& dir, const TestCertificates& certs, Options op
         "modparam(\"tm\", \"fr_inv_timer\", 60000)\n"
         "\n"
         "request_route {\n"
-        "    if (!mf_process_maxfwd_header(\"10\")) { sl_send_reply(\"483\", \"Too Many Hops\"); exit; }\n"
+        "    if (!mf_process_maxfwd_header(\"10\")) { sl_send_reply(\"483\", \"Too Many Hops\"); "
+        "exit; }\n"
         "    xlog(\"L_INFO\", \"REQ $rm $ru from $si:$sp\\n\");\n"
         "    if (has_totag()) {\n"
         "        if (loose_route()) {\n"
@@ -192,7 +194,8 @@ Kamailio::Kamailio(const QString& dir, const TestCertificates& certs, Options op
         "        proxy_challenge(\"$fd\", \"0\"); exit;\n"
         "    }\n"
         "    consume_credentials();\n"
-        "    if (is_method(\"INVITE|SUBSCRIBE|REFER\")) { record_route(); set_contact_alias(); }\n" +
+        "    if (is_method(\"INVITE|SUBSCRIBE|REFER\")) { record_route(); set_contact_alias(); "
+        "}\n" +
         sippRoute +
         "    if (!lookup(\"location\")) { sl_send_reply(\"404\", \"Not Found\"); exit; }\n"
         "    t_relay();\n"
@@ -227,9 +230,9 @@ QString writeToneFile(const QString& dir, int hz, int rate, int channels) {
     const QString path = dir + "/tone-" + QString::number(hz) + "-" + QString::number(rate) + "-" +
                          QString::number(channels) + ".wav";
     if (!QFile::exists(path)) {
-        run("sox", {"-n", "-r", QString::number(rate), "-c", QString::number(channels), "-b", "16",
-                    path, "synth", "120", "sine",
-                    QString::number(hz), "vol", "0.3"},
+        run("sox",
+            {"-n", "-r", QString::number(rate), "-c", QString::number(channels), "-b", "16", path,
+             "synth", "120", "sine", QString::number(hz), "vol", "0.3"},
             dir);
     }
     return path;
@@ -279,12 +282,12 @@ Baresip::Baresip(const QString& dir, const std::string& user, Role role, const K
     const bool tls = role == Role::srtpEcho;
     const QByteArray transport = tls ? "tls" : "tcp";
     const QByteArray port = QByteArray::number(tls ? kamailio.tlsPort() : kamailio.tcpPort());
-    QByteArray account = "<sip:" + QByteArray::fromStdString(user) +
-                         "@127.0.0.1;transport=" + transport + ">;auth_pass=" + password +
-                         ";outbound=\"sip:127.0.0.1:" + port + ";transport=" + transport +
-                         "\";regint=600;answermode=" +
-                         (role == Role::tonePlayer ? "manual" : "auto") +
-                         ";audio_codecs=" + codecs;
+    QByteArray account =
+        "<sip:" + QByteArray::fromStdString(user) + "@127.0.0.1;transport=" + transport +
+        ">;auth_pass=" + password + ";outbound=\"sip:127.0.0.1:" + port +
+        ";transport=" + transport +
+        "\";regint=600;answermode=" + (role == Role::tonePlayer ? "manual" : "auto") +
+        ";audio_codecs=" + codecs;
     if (tls) {
         account += ";mediaenc=srtp-mand";
     }
@@ -391,9 +394,11 @@ std::string Baresip::waitEvent(const std::vector<std::string>& pieces,
         }
         if (deadline.hasExpired()) {
             std::string all;
-            for (const auto& event : m_events) all += event + "\n";
+            for (const auto& event : m_events)
+                all += event + "\n";
             fail("baresip " + m_user + ": no event with " + pieces.front() + "; saw:\n" + all +
-                 "output:\n" + m_process.process().readAllStandardOutput().right(3000).toStdString() +
+                 "output:\n" +
+                 m_process.process().readAllStandardOutput().right(3000).toStdString() +
                  m_process.process().readAllStandardError().right(2000).toStdString());
         }
         readEvents(std::chrono::milliseconds(std::max<qint64>(1, deadline.remainingTime())));
@@ -408,10 +413,25 @@ Sipp::Sipp(const QString& dir, const QString& scenarioXml, std::uint16_t port, i
 
 void Sipp::start(const std::string& remote) {
     m_process.process().setWorkingDirectory(m_dir);
-    QStringList arguments = {"-t", "t1", "-sf", m_scenario, "-i", "127.0.0.1", "-p",
-                             QString::number(m_port), "-m", QString::number(m_calls), "-timeout", "120s", "-nostdin",
-                             "-trace_err", "-error_file", m_dir + "/sipp-errors.log",
-                             "-trace_msg", "-message_file", m_dir + "/sipp-messages.log"};
+    QStringList arguments = {"-t",
+                             "t1",
+                             "-sf",
+                             m_scenario,
+                             "-i",
+                             "127.0.0.1",
+                             "-p",
+                             QString::number(m_port),
+                             "-m",
+                             QString::number(m_calls),
+                             "-timeout",
+                             "120s",
+                             "-nostdin",
+                             "-trace_err",
+                             "-error_file",
+                             m_dir + "/sipp-errors.log",
+                             "-trace_msg",
+                             "-message_file",
+                             m_dir + "/sipp-messages.log"};
     if (!remote.empty()) {
         arguments.push_back(QString::fromStdString(remote));
     }
@@ -433,8 +453,10 @@ std::string Sipp::output() {
     QFile errors(m_dir + "/sipp-errors.log");
     QFile messages(m_dir + "/sipp-messages.log");
     QByteArray text = m_process.process().readAllStandardError();
-    if (errors.open(QIODevice::ReadOnly)) text += errors.readAll();
-    if (messages.open(QIODevice::ReadOnly)) text += "\nmessages:\n" + messages.readAll().right(2500);
+    if (errors.open(QIODevice::ReadOnly))
+        text += errors.readAll();
+    if (messages.open(QIODevice::ReadOnly))
+        text += "\nmessages:\n" + messages.readAll().right(2500);
     return text.right(6000).toStdString();
 }
 
@@ -459,8 +481,9 @@ void Events::callStateChanged(std::string sipCallId, core::CallState state) {
     m_changed.notify_all();
 }
 
-core::RegistrationState Events::waitRegistration(
-    std::function<bool(const core::RegistrationState&)> wanted, std::chrono::milliseconds bound) {
+core::RegistrationState
+Events::waitRegistration(std::function<bool(const core::RegistrationState&)> wanted,
+                         std::chrono::milliseconds bound) {
     std::unique_lock lock(m_lock);
     size_t seen = 0;
     const auto deadline = std::chrono::steady_clock::now() + bound;
@@ -473,7 +496,8 @@ core::RegistrationState Events::waitRegistration(
         if (m_changed.wait_until(lock, deadline) == std::cv_status::timeout &&
             seen == m_registrations.size()) {
             std::string all;
-            for (const auto& state : m_registrations) all += core::toString(state) + " ";
+            for (const auto& state : m_registrations)
+                all += core::toString(state) + " ";
             fail("no such registration state; saw: " + all);
         }
     }
@@ -511,7 +535,8 @@ core::CallState Events::waitCall(const std::string& callId, core::CallState::Kin
             seen == m_calls.size()) {
             std::string all;
             for (const auto& [id, state] : m_calls) {
-                if (id == callId) all += core::toString(state) + " ";
+                if (id == callId)
+                    all += core::toString(state) + " ";
             }
             fail("call " + callId + ": no such state; saw: " + all);
         }
@@ -532,7 +557,8 @@ std::vector<core::CallState> Events::callStates(const std::string& callId) {
     std::lock_guard lock(m_lock);
     std::vector<core::CallState> states;
     for (const auto& [id, state] : m_calls) {
-        if (id == callId) states.push_back(state);
+        if (id == callId)
+            states.push_back(state);
     }
     return states;
 }
@@ -572,9 +598,10 @@ AudioLoop::AudioLoop(std::shared_ptr<core::Call> call, int toneHz) : m_call(std:
         while (m_running) {
             std::vector<std::int16_t> frame(160);
             for (auto& value : frame) {
-                value = toneHz ? std::int16_t(8000 * std::sin(2 * M_PI * toneHz * double(sample) /
-                                                              8000.0))
-                               : 0;
+                value =
+                    toneHz
+                        ? std::int16_t(8000 * std::sin(2 * M_PI * toneHz * double(sample) / 8000.0))
+                        : 0;
                 ++sample;
             }
             m_call->writeAudio(frame);
@@ -602,8 +629,10 @@ AudioLoop::~AudioLoop() {
 
 void AudioLoop::stop() {
     m_running = false;
-    if (m_writer.joinable()) m_writer.join();
-    if (m_reader.joinable()) m_reader.join();
+    if (m_writer.joinable())
+        m_writer.join();
+    if (m_reader.joinable())
+        m_reader.join();
 }
 
 std::vector<std::int16_t> AudioLoop::recorded() {

@@ -63,8 +63,7 @@ public:
     // tonePlayer answers on command; answeringPlayer plays the tone and answers at once.
     enum class Role { echo, tonePlayer, srtpEcho, answeringPlayer };
     Baresip(const QString& dir, const std::string& user, Role role, const Kamailio& kamailio,
-            const QString& toneFile, const QString& caFile,
-            const QByteArray& codecs = "pcmu,pcma");
+            const QString& toneFile, const QString& caFile, const QByteArray& codecs = "pcmu,pcma");
     ~Baresip();
 
     void command(const std::string& name, const std::string& params = {});
@@ -112,9 +111,9 @@ public:
     void incomingCall(std::shared_ptr<core::Call> call) override;
     void callStateChanged(std::string sipCallId, core::CallState state) override;
 
-    core::RegistrationState waitRegistration(
-        std::function<bool(const core::RegistrationState&)> wanted,
-        std::chrono::milliseconds bound = 10s);
+    core::RegistrationState
+    waitRegistration(std::function<bool(const core::RegistrationState&)> wanted,
+                     std::chrono::milliseconds bound = 10s);
     core::RegistrationState waitRegistered(std::chrono::milliseconds bound = 10s);
     core::RegistrationState waitFailed(std::chrono::milliseconds bound = 10s);
     core::CallState waitCall(const std::string& callId, core::CallState::Kind kind,

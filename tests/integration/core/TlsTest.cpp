@@ -20,8 +20,8 @@ struct Lab {
         auto account = accountFor("127.0.0.1:" + std::to_string(kamailio.tlsPort()), user,
                                   Kamailio::users().at(user));
         account.optionFlag = true;
-        account.optionPair = std::make_pair(std::string("tls-ca-file"),
-                                            certs.trustedCa.toStdString());
+        account.optionPair =
+            std::make_pair(std::string("tls-ca-file"), certs.trustedCa.toStdString());
         return account;
     }
 };

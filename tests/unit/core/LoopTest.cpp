@@ -36,7 +36,8 @@ TEST(Loop, AnExceptionOnTheLoopReachesTheCaller) {
 }
 
 TEST(Loop, ACallFromTheLoopItselfRunsAtOnce) {
-    const int result = Loop::instance().call([] { return Loop::instance().call([] { return 3; }); });
+    const int result =
+        Loop::instance().call([] { return Loop::instance().call([] { return 3; }); });
     EXPECT_EQ(result, 3);
 }
 
@@ -50,7 +51,8 @@ TEST(Loop, ManyThreadsCanPostAtOnce) {
             }
         });
     }
-    for (auto& thread : threads) thread.join();
+    for (auto& thread : threads)
+        thread.join();
     Loop::instance().call([] { return 0; });
     EXPECT_EQ(count.load(), 1000);
 }

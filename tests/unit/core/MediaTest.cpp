@@ -28,7 +28,8 @@ std::vector<std::int16_t> tone(int frames, double hz = 1000) {
 
 double power(const std::vector<std::int16_t>& pcm, size_t from) {
     double sum = 0;
-    for (size_t i = from; i < pcm.size(); ++i) sum += double(pcm[i]) * pcm[i];
+    for (size_t i = from; i < pcm.size(); ++i)
+        sum += double(pcm[i]) * pcm[i];
     return sum / double(pcm.size() - from);
 }
 

@@ -17,9 +17,10 @@ TEST(CoreStates, RegistrationStatesPrintTheirCaseAndReason) {
 TEST(CoreStates, CallStatesPrintTheirCaseAndReason) {
     std::ostringstream out;
     out << CallState::ended("Busy") << ' ' << CallState::transferFailed("Not found") << ' '
-        << CallState::ringing() << ' ' << CallState::connected() << ' ' << CallState::held()
-        << ' ' << CallState::transferring();
-    EXPECT_EQ(out.str(), "ended(Busy) transferFailed(Not found) ringing connected held transferring");
+        << CallState::ringing() << ' ' << CallState::connected() << ' ' << CallState::held() << ' '
+        << CallState::transferring();
+    EXPECT_EQ(out.str(),
+              "ended(Busy) transferFailed(Not found) ringing connected held transferring");
 }
 
 TEST(CoreStates, ErrorsCarryTheirKindAndText) {
