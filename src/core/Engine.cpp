@@ -1220,10 +1220,13 @@ void CallImpl::onRtcp(const struct sa*, struct rtcp_msg* msg, void* arg) {
     auto* self = static_cast<CallImpl*>(arg);
     const struct rtcp_rr* reports = nullptr;
     std::uint32_t count = msg->hdr.count;
+    std::uint32_t sender = 0;
     if (msg->hdr.pt == RTCP_SR) {
         reports = msg->r.sr.rrv;
+        sender = msg->r.sr.ssrc;
     } else if (msg->hdr.pt == RTCP_RR) {
         reports = msg->r.rr.rrv;
+        sender = msg->r.rr.ssrc;
     } else {
         return;
     }
@@ -1238,7 +1241,7 @@ void CallImpl::onRtcp(const struct sa*, struct rtcp_msg* msg, void* arg) {
         const std::uint32_t rate = self->m_encoder ? rtpClockRate(self->m_encoder->codec()) : 8000;
         self->m_remoteJitterMs = double(reports[i].jitter) * 1000.0 / double(rate);
         struct rtcp_stats stats {};
-        if (self->m_rtp && rtcp_stats(self->m_rtp, reports[i].ssrc, &stats) == 0 && stats.rtt) {
+        if (self->m_rtp && rtcp_stats(self->m_rtp, sender, &stats) == 0 && stats.rtt) {
             self->m_roundTripMs = double(stats.rtt) / 1000.0;
         }
     }

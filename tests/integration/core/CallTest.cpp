@@ -299,3 +299,30 @@ Content-Length: 0
     EXPECT_EQ(sipp.waitExit(), 0) << sipp.output();
     client->stop();
 }
+
+TEST(CallStatistics, RoundTripAndTheFarEndsReportComeFromRtcp) {
+    Lab lab;
+    auto bob = lab.party("bob", Baresip::Role::echo);
+    lab.startClient();
+    auto call = lab.client->placeCall("bob");
+    ASSERT_EQ(lab.events->waitCall(call->sipCallId(), Kind::connected), CallState::connected());
+    AudioLoop audio(call, 1000);
+    // Reports come every few seconds; poll the statistics as the panel does.
+    const auto deadline = std::chrono::steady_clock::now() + 25s;
+    core::CallStats stats = call->stats();
+    while (!(stats.roundTripMs && stats.remoteLoss) &&
+           std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(500ms); // the pace of a bounded poll
+        stats = call->stats();
+    }
+    audio.stop();
+    ASSERT_TRUE(stats.roundTripMs.has_value());
+    ASSERT_TRUE(stats.remoteLoss.has_value());
+    ASSERT_TRUE(stats.remoteJitterMs.has_value());
+    EXPECT_GE(*stats.roundTripMs, 0.0);
+    EXPECT_LT(*stats.roundTripMs, 100.0); // loopback
+    EXPECT_EQ(*stats.remoteLoss, 0.0);    // nothing is lost on loopback
+    EXPECT_GT(stats.packetsReceived, 100u);
+    call->hangup();
+    lab.client->stop();
+}
