@@ -327,7 +327,7 @@ public:
     void reportIncoming(const std::shared_ptr<Call>& call);
     void forget(CallImpl* call);
     void sendRegister(std::uint32_t expires);
-    void registrationFailed(std::string reason);
+    void registrationFailed(std::string reason, bool unreachable = false);
     void teardown();
     std::string serverName() const { return format("%s:%u", m_host.c_str(), m_port); }
     std::string hostForUri() const {
@@ -392,6 +392,8 @@ public:
     // Read on the app's thread for placeCall.
     std::mutex m_stateLock;
     RegistrationState m_state = RegistrationState::unregistered();
+    // The last failure was that the server could not be reached.
+    std::atomic<bool> m_unreachable{false};
 };
 
 // ---------------------------------------------------------------------------
@@ -412,6 +414,9 @@ Client::~Client() {
 void Client::report(RegistrationState state) {
     {
         std::lock_guard lock(m_stateLock);
+        if (state.kind != RegistrationState::Kind::failed) {
+            m_unreachable = false;
+        }
         m_state = state;
     }
     if (m_lastReported == state) {
@@ -469,14 +474,15 @@ void Client::sendRegister(std::uint32_t expires) {
                                   "Content-Length: 0\r\n\r\n",
                                   expires);
     if (err) {
-        registrationFailed(format("The server %s cannot be reached.", serverName().c_str()));
+        registrationFailed(format("The server %s cannot be reached.", serverName().c_str()), true);
     }
 }
 
-void Client::registrationFailed(std::string reason) {
+void Client::registrationFailed(std::string reason, bool unreachable) {
     if (m_stopping) {
         return;
     }
+    m_unreachable = unreachable;
     report(RegistrationState::failed(std::move(reason)));
     // Try again later by itself; reRegister tries at once.
     tmr_start(&m_registerTimer, 60000, onRegisterTimer, this);
@@ -507,7 +513,7 @@ void Client::onRegisterResponse(int err, const struct sip_msg* msg, void* arg) {
                                      self->m_certificateError + ").");
         } else {
             self->registrationFailed(
-                format("The server %s cannot be reached.", self->serverName().c_str()));
+                format("The server %s cannot be reached.", self->serverName().c_str()), true);
         }
         warn(format("registration: transport error %d (%s)", err, strerror(err)));
         return;
@@ -846,8 +852,7 @@ std::shared_ptr<Call> Client::placeCall(const std::string& number) {
     }
     {
         std::lock_guard lock(m_stateLock);
-        if (m_state.kind == RegistrationState::Kind::failed &&
-            m_state.reason.find("cannot be reached") != std::string::npos) {
+        if (m_state.kind == RegistrationState::Kind::failed && m_unreachable) {
             throw CoreError(CoreError::Kind::unreachable, serverName());
         }
     }
