@@ -8,6 +8,7 @@
 #include "JitterBuffer.h"
 #include "Log.h"
 #include "Loop.h"
+#include "SipText.h"
 
 #include <re.h>
 
@@ -80,87 +81,6 @@ void setNoDelay(const struct sip_msg* msg) {
         const int on = 1;
         setsockopt(tcp_conn_fd(conn), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     }
-}
-
-// The words a person reads for a final failure status of a call.
-std::string reasonForStatus(std::uint16_t status, const std::string& phrase) {
-    switch (status) {
-    case 486:
-    case 600:
-        return "Busy";
-    case 603:
-        return "Declined";
-    case 404:
-    case 604:
-        return "Not found";
-    case 408:
-        return "No answer";
-    case 480:
-    case 503:
-        return "Unavailable";
-    case 487:
-        return "Cancelled";
-    case 403:
-        return "Forbidden";
-    case 484:
-        return "Incomplete number";
-    case 488:
-    case 606:
-        return "Not acceptable";
-    default:
-        return phrase.empty() ? format("Failed (%u)", status) : phrase;
-    }
-}
-
-bool isCallableNumber(const std::string& number) {
-    if (number.empty() || number.size() > 64) {
-        return false;
-    }
-    for (unsigned char c : number) {
-        if (!(std::isalnum(c) || c == '+' || c == '*' || c == '#' || c == '.' || c == '-' ||
-              c == '_')) {
-            return false;
-        }
-    }
-    return true;
-}
-
-// The Call-ID of a final failure to an INVITE (not an authentication
-// challenge, which the library answers by itself).
-std::optional<std::string> refusedInviteCallId(std::string_view message) {
-    if (message.size() < 12 || message.substr(0, 8) != "SIP/2.0 ") {
-        return std::nullopt;
-    }
-    const int status = std::atoi(std::string(message.substr(8, 3)).c_str());
-    if (status < 300 || status == 401 || status == 407) {
-        return std::nullopt;
-    }
-    auto header = [&](std::string_view name) -> std::optional<std::string_view> {
-        size_t at = 0;
-        while ((at = message.find(name, at)) != std::string_view::npos) {
-            if (at > 0 && message[at - 1] == '\n') {
-                size_t begin = at + name.size();
-                const size_t end = message.find('\r', begin);
-                while (begin < message.size() && message[begin] == ' ')
-                    ++begin;
-                return message.substr(begin, end == std::string_view::npos ? end : end - begin);
-            }
-            at += name.size();
-        }
-        return std::nullopt;
-    };
-    const auto cseq = header("CSeq:");
-    if (!cseq || cseq->find("INVITE") == std::string_view::npos) {
-        return std::nullopt;
-    }
-    auto id = header("Call-ID:");
-    if (!id) {
-        id = header("i:");
-    }
-    if (!id) {
-        return std::nullopt;
-    }
-    return std::string(*id);
 }
 
 const Codec codecTags[] = {Codec::pcmu, Codec::pcma, Codec::g722, Codec::opus};
