@@ -320,15 +320,13 @@ public:
 // Client
 
 Client::~Client() {
-    if (m_closed || !m_started) {
-        Loop::instance().call([this] {
-            if (!m_closed) {
-                teardown();
-            }
-        });
-        return;
-    }
-    Loop::instance().call([this] { teardown(); });
+    // Normally stop() has closed everything; a client dropped without it is
+    // closed here, without the un-REGISTER.
+    Loop::instance().call([this] {
+        if (!m_closed) {
+            teardown();
+        }
+    });
 }
 
 void Client::report(RegistrationState state) {
@@ -677,6 +675,14 @@ void Client::onStopTimer(void* arg) {
 
 void Client::stop() {
     if (!m_started) {
+        return;
+    }
+    if (Loop::instance().onLoop()) {
+        // From a delegate callback: waiting here for the un-REGISTER would
+        // block the very thread that must carry it, so close at once.
+        if (!m_closed) {
+            teardown();
+        }
         return;
     }
     std::mutex lock;
