@@ -126,7 +126,8 @@ public:
     int prepareMedia(const sa& localAddress, bool secure);
     void release();
     void ended(const std::string& reason);
-    void applyRemoteDescription(const struct mbuf* body, bool offer);
+    // False when the description is unreadable or has no codec in common.
+    bool applyRemoteDescription(const struct mbuf* body, bool offer);
 
     static void onProgress(const struct sip_msg* msg, void* arg);
     static void onEstablished(const struct sip_msg* msg, void* arg);
@@ -838,8 +839,10 @@ void Client::onIncoming(const struct sip_msg* msg, void* arg) {
                            mbuf_get_left(msg->mb));
     const bool secure = body.find("RTP/SAVP") != std::string::npos;
     int err = call->prepareMedia(self->m_localAddress, secure);
-    if (!err && mbuf_get_left(msg->mb) > 0) {
-        call->applyRemoteDescription(msg->mb, true);
+    if (!err && mbuf_get_left(msg->mb) > 0 && !call->applyRemoteDescription(msg->mb, true)) {
+        call->release();
+        sip_treply(nullptr, self->m_sip, msg, 488, "Not Acceptable Here");
+        return;
     }
     if (!err) {
         err = sipsess_accept(&call->m_session, self->m_sessions, msg, 180, "Ringing",
@@ -950,9 +953,9 @@ bool CallImpl::onSrtpReceive(struct sa*, struct mbuf* mb, void* arg) {
     return srtp_decrypt(self->m_srtpReceive, mb) != 0;
 }
 
-void CallImpl::applyRemoteDescription(const struct mbuf* body, bool offer) {
+bool CallImpl::applyRemoteDescription(const struct mbuf* body, bool offer) {
     if (!body || mbuf_get_left(body) == 0) {
-        return;
+        return false;
     }
     // sdp_decode reads from the buffer's position; leave the message as it was.
     struct mbuf* copy = mbuf_alloc(mbuf_get_left(body));
@@ -963,12 +966,12 @@ void CallImpl::applyRemoteDescription(const struct mbuf* body, bool offer) {
     if (err) {
         warn(format("call %s: unreadable session description (%s)", m_callId.c_str(),
                     strerror(err)));
-        return;
+        return false;
     }
     const struct sdp_format* send = sdp_media_rformat(m_media, nullptr);
     if (!send || !send->data || !sa_isset(sdp_media_raddr(m_media), SA_ALL)) {
         warn("call " + m_callId + ": no common codec");
-        return;
+        return false;
     }
     const Codec codec = *static_cast<const Codec*>(send->data);
     m_sendPt = send->pt;
@@ -1022,6 +1025,7 @@ void CallImpl::applyRemoteDescription(const struct mbuf* body, bool offer) {
         }()
             .c_str(),
         sa_port(&m_remoteRtp), sdp_dir_name(sdp_media_dir(m_media))));
+    return true;
 }
 
 void CallImpl::report(CallState state) {

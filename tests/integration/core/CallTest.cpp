@@ -326,3 +326,71 @@ TEST(CallStatistics, RoundTripAndTheFarEndsReportComeFromRtcp) {
     call->hangup();
     lab.client->stop();
 }
+
+TEST(IncomingCall, AnOfferWithNoCommonCodecIsRefusedAndNeverRings) {
+    QTemporaryDir dir;
+    TestCertificates certs(dir.path());
+    Kamailio kamailio(dir.path(), certs, {});
+    auto events = std::make_shared<Events>();
+    auto client = core::SipClient::init(
+        accountFor(kamailio.tcpServer(), "alice", Kamailio::users().at("alice")), events);
+    client->start();
+    ASSERT_EQ(events->waitRegistered().kind, core::RegistrationState::Kind::registered);
+    const char* invite = R"(
+INVITE sip:alice@127.0.0.1 SIP/2.0
+Via: SIP/2.0/[transport] [local_ip]:[local_port];branch=[branch]
+From: <sip:frank@127.0.0.1>;tag=[pid]SIPpTag00[call_number]
+To: <sip:alice@127.0.0.1>
+Call-ID: [call_id]
+CSeq: CSEQ INVITE
+Contact: <sip:frank@[local_ip]:[local_port];transport=[transport]>
+AUTH
+Max-Forwards: 70
+Content-Type: application/sdp
+Content-Length: [len]
+
+v=0
+o=- 1 1 IN IP4 [local_ip]
+s=-
+c=IN IP4 [local_ip]
+t=0 0
+m=audio [media_port] RTP/AVP 3
+a=rtpmap:3 GSM/8000
+)";
+    const char* ack = R"(
+ACK sip:alice@127.0.0.1 SIP/2.0
+Via: SIP/2.0/[transport] [local_ip]:[local_port];branch=[branch]
+From: <sip:frank@127.0.0.1>;tag=[pid]SIPpTag00[call_number]
+To: <sip:alice@127.0.0.1>[peer_tag_param]
+Call-ID: [call_id]
+CSeq: CSEQ ACK
+Max-Forwards: 70
+Content-Length: 0
+
+)";
+    auto with = [](QString text, const char* cseq, const char* auth) {
+        return text.replace("CSEQ", cseq).replace("AUTH\n", auth);
+    };
+    const QString scenario =
+        "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?>\n<scenario name=\"gsm only\">\n"
+        "  <send><![CDATA[" +
+        with(invite, "1", "") +
+        "]]></send>\n"
+        "  <recv response=\"407\" auth=\"true\"/>\n"
+        "  <send><![CDATA[" +
+        with(ack, "1", "") +
+        "]]></send>\n"
+        "  <send><![CDATA[" +
+        with(invite, "2", "[authentication username=frank password=frank-secret]\n") +
+        "]]></send>\n"
+        "  <recv response=\"100\" optional=\"true\"/>\n"
+        "  <recv response=\"488\"/>\n"
+        "  <send><![CDATA[" +
+        with(ack, "2", "") + "]]></send>\n</scenario>\n";
+    Sipp sipp(dir.path(), scenario, freeLoopbackPort());
+    sipp.start(kamailio.tcpServer());
+    EXPECT_EQ(sipp.waitExit(), 0) << sipp.output();
+    client->stop();
+    // Registration states only: no incoming call was ever reported.
+    EXPECT_EQ(events->total(), int(events->registrations().size()));
+}
