@@ -102,3 +102,15 @@ TEST(Tls, AnIncomingSrtpCallIsAnsweredWithSrtp) {
     call->hangup();
     client->stop();
 }
+
+TEST(Tls, TheExtraAuthorityCanComeFromTheEnvironment) {
+    Lab lab;
+    auto account = lab.tlsAccount("alice");
+    account.optionPair.reset();
+    setenv("VELNOR_SIP_CA_FILE", lab.certs.trustedCa.toUtf8().constData(), 1);
+    auto client = core::SipClient::init(account, lab.events);
+    client->start();
+    EXPECT_EQ(lab.events->waitRegistered(), core::RegistrationState::registered());
+    client->stop();
+    unsetenv("VELNOR_SIP_CA_FILE");
+}
