@@ -65,25 +65,32 @@ TestCertificates::TestCertificates(const QString& dir) {
              "-keyout", name + ".key", "-out", name + ".pem", "-days", "2", "-subj", "/CN=" + name},
             dir);
     };
-    auto makeServer = [&](const QString& ca, const QString& name) {
+    writeFile(dir + "/other.ext",
+              "subjectAltName=DNS:sip.example.net\nbasicConstraints=CA:FALSE\n");
+    auto makeServer = [&](const QString& ca, const QString& name,
+                          const QString& extensions = QString()) {
         run("openssl",
             {"req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes",
              "-keyout", name + ".key", "-out", name + ".csr", "-subj", "/CN=127.0.0.1"},
             dir);
         run("openssl",
             {"x509", "-req", "-in", name + ".csr", "-CA", ca + ".pem", "-CAkey", ca + ".key",
-             "-CAcreateserial", "-out", name + ".pem", "-days", "2", "-extfile", ext},
+             "-CAcreateserial", "-out", name + ".pem", "-days", "2", "-extfile",
+             extensions.isEmpty() ? ext : extensions},
             dir);
     };
     makeCa("trusted-ca");
     makeCa("stranger-ca");
     makeServer("trusted-ca", "server");
     makeServer("stranger-ca", "stranger");
+    makeServer("trusted-ca", "otherhost", dir + "/other.ext");
     trustedCa = dir + "/trusted-ca.pem";
     serverCert = dir + "/server.pem";
     serverKey = dir + "/server.key";
     strangerCert = dir + "/stranger.pem";
     strangerKey = dir + "/stranger.key";
+    otherHostCert = dir + "/otherhost.pem";
+    otherHostKey = dir + "/otherhost.key";
 }
 
 const std::map<std::string, std::string>& Kamailio::users() {
@@ -96,8 +103,12 @@ const std::map<std::string, std::string>& Kamailio::users() {
 Kamailio::Kamailio(const QString& dir, const TestCertificates& certs, Options options)
     : m_tcpPort(freeLoopbackPort()), m_tlsPort(freeLoopbackPort()) {
     QDir().mkpath(dir + "/run");
-    const QString cert = options.strangerCertificate ? certs.strangerCert : certs.serverCert;
-    const QString key = options.strangerCertificate ? certs.strangerKey : certs.serverKey;
+    const QString cert = options.strangerCertificate    ? certs.strangerCert
+                         : options.otherHostCertificate ? certs.otherHostCert
+                                                        : certs.serverCert;
+    const QString key = options.strangerCertificate    ? certs.strangerKey
+                        : options.otherHostCertificate ? certs.otherHostKey
+                                                       : certs.serverKey;
     writeFile(dir + "/tls.cfg", ("[server:default]\nmethod = TLSv1.2+\nverify_certificate = no\n"
                                  "require_certificate = no\nprivate_key = " +
                                  key + "\ncertificate = " + cert +

@@ -31,13 +31,16 @@ struct TestCertificates {
     QString serverKey;
     QString strangerCert; // from the CA nobody trusts
     QString strangerKey;
+    QString otherHostCert; // from the trusted CA, but for another host
+    QString otherHostKey;
 };
 
 class Kamailio {
 public:
     struct Options {
-        bool strangerCertificate = false; // serve TLS with the untrusted CA's certificate
-        std::uint16_t sippPort = 0;       // "sipp..." numbers go to a sipp at this port
+        bool strangerCertificate = false;  // serve TLS with the untrusted CA's certificate
+        std::uint16_t sippPort = 0;        // "sipp..." numbers go to a sipp at this port
+        bool otherHostCertificate = false; // serve TLS with a certificate for another host
     };
     Kamailio(const QString& dir, const TestCertificates& certs, Options options);
     ~Kamailio();

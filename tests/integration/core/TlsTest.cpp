@@ -10,7 +10,8 @@ using Kind = core::CallState::Kind;
 namespace {
 
 struct Lab {
-    explicit Lab(bool stranger = false) : kamailio(dir.path(), certs, {stranger, 0}) {}
+    explicit Lab(bool stranger = false, bool otherHost = false)
+        : kamailio(dir.path(), certs, {stranger, 0, otherHost}) {}
     QTemporaryDir dir;
     TestCertificates certs{dir.path()};
     Kamailio kamailio;
@@ -113,4 +114,16 @@ TEST(Tls, TheExtraAuthorityCanComeFromTheEnvironment) {
     EXPECT_EQ(lab.events->waitRegistered(), core::RegistrationState::registered());
     client->stop();
     unsetenv("VELNOR_SIP_CA_FILE");
+}
+
+TEST(Tls, ATrustedCertificateForAnotherHostFailsTheRegistration) {
+    Lab lab(false, true);
+    auto client = core::SipClient::init(lab.tlsAccount("alice"), lab.events);
+    client->start();
+    const auto state = lab.events->waitRegistered();
+    ASSERT_EQ(state.kind, core::RegistrationState::Kind::failed);
+    EXPECT_EQ(state.reason.rfind("The server's TLS certificate is not trusted", 0), 0u)
+        << state.reason;
+    EXPECT_NE(state.reason.find("mismatch"), std::string::npos) << state.reason;
+    client->stop();
 }
