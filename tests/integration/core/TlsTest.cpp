@@ -1,0 +1,129 @@
+#include "SipLab.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+using core::CallState;
+using Kind = core::CallState::Kind;
+
+namespace {
+
+struct Lab {
+    explicit Lab(bool stranger = false, bool otherHost = false)
+        : kamailio(dir.path(), certs, {stranger, 0, otherHost}) {}
+    QTemporaryDir dir;
+    TestCertificates certs{dir.path()};
+    Kamailio kamailio;
+    std::shared_ptr<Events> events = std::make_shared<Events>();
+
+    core::SipAccount tlsAccount(const std::string& user) {
+        auto account = accountFor("127.0.0.1:" + std::to_string(kamailio.tlsPort()), user,
+                                  Kamailio::users().at(user));
+        account.optionFlag = true;
+        account.optionPair =
+            std::make_pair(std::string("tls-ca-file"), certs.trustedCa.toStdString());
+        return account;
+    }
+};
+
+} // namespace
+
+TEST(Tls, RegistersWhenTheServerCertificateIsTrusted) {
+    Lab lab;
+    auto client = core::SipClient::init(lab.tlsAccount("alice"), lab.events);
+    client->start();
+    EXPECT_EQ(lab.events->waitRegistered(), core::RegistrationState::registered());
+    client->stop();
+}
+
+TEST(Tls, ACertificateFromAnUntrustedAuthorityFailsTheRegistration) {
+    Lab lab(true);
+    auto client = core::SipClient::init(lab.tlsAccount("alice"), lab.events);
+    client->start();
+    const auto state = lab.events->waitRegistered();
+    ASSERT_EQ(state.kind, core::RegistrationState::Kind::failed);
+    EXPECT_EQ(state.reason.rfind("The server's TLS certificate is not trusted", 0), 0u)
+        << state.reason;
+    client->stop();
+}
+
+TEST(Tls, WithoutTheTestAuthorityTheCertificateIsNotTrusted) {
+    Lab lab;
+    auto account = lab.tlsAccount("alice");
+    account.optionPair.reset();
+    unsetenv("VELNOR_SIP_CA_FILE");
+    auto client = core::SipClient::init(account, lab.events);
+    client->start();
+    const auto state = lab.events->waitRegistered();
+    ASSERT_EQ(state.kind, core::RegistrationState::Kind::failed);
+    EXPECT_NE(state.reason.find("not trusted"), std::string::npos) << state.reason;
+    client->stop();
+}
+
+TEST(Tls, ACallToAnSrtpPartyCarriesAudioBothWays) {
+    Lab lab;
+    const QString tone = writeToneFile(lab.dir.path(), 1000);
+    Baresip dave(lab.dir.path(), "dave", Baresip::Role::srtpEcho, lab.kamailio, tone,
+                 lab.certs.trustedCa);
+    auto client = core::SipClient::init(lab.tlsAccount("alice"), lab.events);
+    client->start();
+    ASSERT_EQ(lab.events->waitRegistered(), core::RegistrationState::registered());
+    auto call = client->placeCall("dave");
+    ASSERT_EQ(lab.events->waitCall(call->sipCallId(), Kind::connected), CallState::connected());
+    AudioLoop audio(call, 1000);
+    std::this_thread::sleep_for(3s); // the length of the audio, not a wait for an event
+    audio.stop();
+    auto heard = audio.recorded();
+    heard.erase(heard.begin(), heard.begin() + std::min<long>(long(heard.size()), 8000));
+    EXPECT_GE(toneMarginDb(heard, 1000), 20.0);
+    call->hangup();
+    client->stop();
+}
+
+TEST(Tls, AnIncomingSrtpCallIsAnsweredWithSrtp) {
+    Lab lab;
+    const QString tone = writeToneFile(lab.dir.path(), 1000);
+    Baresip dave(lab.dir.path(), "dave", Baresip::Role::srtpEcho, lab.kamailio, tone,
+                 lab.certs.trustedCa);
+    auto client = core::SipClient::init(lab.tlsAccount("alice"), lab.events);
+    client->start();
+    ASSERT_EQ(lab.events->waitRegistered(), core::RegistrationState::registered());
+    dave.command("dial", "sip:alice@127.0.0.1");
+    auto call = lab.events->waitIncoming();
+    EXPECT_EQ(call->remoteNumber(), "dave");
+    AudioLoop audio(call, 1000);
+    call->answer();
+    ASSERT_EQ(lab.events->waitCall(call->sipCallId(), Kind::connected), CallState::connected());
+    std::this_thread::sleep_for(3s); // the length of the audio, not a wait for an event
+    audio.stop();
+    auto heard = audio.recorded();
+    heard.erase(heard.begin(), heard.begin() + std::min<long>(long(heard.size()), 8000));
+    EXPECT_GE(toneMarginDb(heard, 1000), 20.0);
+    call->hangup();
+    client->stop();
+}
+
+TEST(Tls, TheExtraAuthorityCanComeFromTheEnvironment) {
+    Lab lab;
+    auto account = lab.tlsAccount("alice");
+    account.optionPair.reset();
+    setenv("VELNOR_SIP_CA_FILE", lab.certs.trustedCa.toUtf8().constData(), 1);
+    auto client = core::SipClient::init(account, lab.events);
+    client->start();
+    EXPECT_EQ(lab.events->waitRegistered(), core::RegistrationState::registered());
+    client->stop();
+    unsetenv("VELNOR_SIP_CA_FILE");
+}
+
+TEST(Tls, ATrustedCertificateForAnotherHostFailsTheRegistration) {
+    Lab lab(false, true);
+    auto client = core::SipClient::init(lab.tlsAccount("alice"), lab.events);
+    client->start();
+    const auto state = lab.events->waitRegistered();
+    ASSERT_EQ(state.kind, core::RegistrationState::Kind::failed);
+    EXPECT_EQ(state.reason.rfind("The server's TLS certificate is not trusted", 0), 0u)
+        << state.reason;
+    EXPECT_NE(state.reason.find("mismatch"), std::string::npos) << state.reason;
+    client->stop();
+}
