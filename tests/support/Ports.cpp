@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <mutex>
+#include <random>
 #include <set>
 #include <stdexcept>
 
@@ -28,24 +29,20 @@ bool bindable(int type, std::uint16_t port) {
 } // namespace
 
 std::uint16_t freeLoopbackPort() {
+    // Ports come from 10000-19999: below the engine's media ports (20000 and up)
+    // and the kernel's ephemeral ones (32768 and up), which an outgoing
+    // connection of any process may take between our check and the bind.
+    // Each process starts at a random place, so parallel tests rarely meet.
+    constexpr int first = 10000;
+    constexpr int count = 10000;
     static std::mutex lock;
     static std::set<std::uint16_t> given;
+    static int next = int(std::random_device{}() % count);
     std::lock_guard guard(lock);
-    for (int attempt = 0; attempt < 200; ++attempt) {
-        // Let the kernel choose, then check that UDP has it free too.
-        const int fd = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-        socklen_t length = sizeof address;
-        getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-        close(fd);
-        const std::uint16_t port = ntohs(address.sin_port);
-        // Keep clear of the range the engine uses for media.
-        if (port >= 20000 && port <= 40001) {
-            continue;
-        }
+    for (int attempt = 0; attempt < count; ++attempt) {
+        const auto port = std::uint16_t(first + next);
+        next = (next + 2) % count;
+        // Media may use the port after, as RTP and RTCP do.
         if (given.count(port) || !bindable(SOCK_STREAM, port) || !bindable(SOCK_DGRAM, port) ||
             !bindable(SOCK_DGRAM, std::uint16_t(port + 1))) {
             continue;
