@@ -102,6 +102,15 @@ TEST_F(IniSettings, AGarbledFileReadsAsEmptyAndCanBeWrittenAgain) {
     EXPECT_EQ(IniSettingsStore(path()).text("rz.deviceId"), "d1");
 }
 
+TEST_F(IniSettings, AStoredValueThatClaimsAHugeLengthReadsAsAbsent) {
+    // A damaged typed value: its length field asks for gigabytes.
+    writeFile("[General]\nrz.server=https://rz.velnor.net/\n"
+              "colleagues.export.map=@Variant(\\0\\0\\0\\tps:0\\0\\0)\n");
+    IniSettingsStore store(path());
+    EXPECT_EQ(store.dictionary("colleagues.export.map"), std::nullopt);
+    EXPECT_EQ(store.url("rz.server"), QUrl("https://rz.velnor.net/"));
+}
+
 TEST_F(IniSettings, RemoveForgetsTheValueOnDisk) {
     IniSettingsStore store(path());
     store.setText("rz.deviceId", "d1");
