@@ -11,6 +11,9 @@
 
 #include <stdexcept>
 
+#include <csignal>
+#include <unistd.h>
+
 namespace {
 
 const char* const homeVariables[] = {"HOME",           "XDG_CONFIG_HOME", "XDG_CACHE_HOME",
@@ -59,6 +62,9 @@ void ChildProcess::start(const QString& program, const QStringList& arguments,
                          const QProcessEnvironment& environment, std::chrono::milliseconds bound) {
     m_process.setProcessEnvironment(environment);
     m_process.setProcessChannelMode(QProcess::SeparateChannels);
+    // A process group of its own, so that stopping it also stops the helpers
+    // it forks (kamailio's workers, for one), which would outlive a lone kill.
+    m_process.setChildProcessModifier([] { ::setpgid(0, 0); });
     m_process.setReadChannel(QProcess::StandardOutput);
     m_process.start(program, arguments);
     if (!m_process.waitForStarted(int(bound.count()))) {
@@ -82,11 +88,14 @@ void ChildProcess::stop(std::chrono::milliseconds grace) {
     if (m_process.state() == QProcess::NotRunning) {
         return;
     }
-    m_process.terminate();
+    const pid_t group = pid_t(m_process.processId());
+    ::kill(-group, SIGTERM);
     if (!m_process.waitForFinished(int(grace.count()))) {
-        m_process.kill();
+        ::kill(-group, SIGKILL);
         m_process.waitForFinished(int(grace.count()));
     }
+    // Whatever of the group is still there goes too.
+    ::kill(-group, SIGKILL);
 }
 
 PrivateBus::PrivateBus() {
