@@ -254,15 +254,15 @@ TEST(CallLogRow, MineNeedsBothKeys) {
 // Device
 
 TEST(AppDeviceRequestWriter, WithoutAModelWritesThreeKeys) {
-    const AppDeviceRequest request{"inst-1", "Ada's laptop", "macos", std::nullopt};
+    const AppDeviceRequest request{"inst-1", "Ada's laptop", "linux", std::nullopt};
     EXPECT_EQ(written(request.toJson()),
-              R"({"installId":"inst-1","name":"Ada's laptop","platform":"macos"})");
+              R"({"installId":"inst-1","name":"Ada's laptop","platform":"linux"})");
 }
 
 TEST(AppDeviceRequestWriter, WritesTheModelLast) {
-    const AppDeviceRequest request{"i", "n", "macos", QString("ThinkPad X1")};
+    const AppDeviceRequest request{"i", "n", "linux", QString("ThinkPad X1")};
     EXPECT_EQ(written(request.toJson()),
-              R"({"installId":"i","name":"n","platform":"macos","model":"ThinkPad X1"})");
+              R"({"installId":"i","name":"n","platform":"linux","model":"ThinkPad X1"})");
 }
 
 TEST(AppDeviceReader, ReadsCredentialsAndEdgesInOrder) {
