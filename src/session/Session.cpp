@@ -258,7 +258,6 @@ void Session::resetLocal() {
     m_settings.remove(QString::fromLatin1(deviceIdKey));
     setMe(std::nullopt);
     setDirectory(std::nullopt);
-    m_directoryETag.reset();
     // The call history and voicemail are cleared here too.
     setState(State::signedOut);
 }

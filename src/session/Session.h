@@ -123,7 +123,6 @@ private:
     std::optional<QString> m_error;
     QUrl m_server;
     std::shared_ptr<API> m_api;
-    std::optional<QString> m_directoryETag;
     std::optional<PendingAuth> m_pendingAuth;
     std::function<bool(const QUrl&)> m_openBrowser;
 };

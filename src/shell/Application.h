@@ -37,7 +37,6 @@ public:
     void raiseMainWindow();
 
     QQuickWindow* mainWindow() const;
-    QQmlApplicationEngine& engine() { return m_engine; }
     Appearance& appearance() { return m_appearance; }
     // The QML palette (the Theme singleton), once the main window has loaded;
     // its `dark` follows appearance().

@@ -681,3 +681,56 @@ const bool loggingSet = [] {
 }();
 
 } // namespace
+
+const char* answeringScenario() {
+    return R"(<?xml version="1.0" encoding="ISO-8859-1" ?>
+<scenario name="answer every call">
+  <recv request="INVITE" rrs="true"/>
+  <send><![CDATA[
+SIP/2.0 180 Ringing
+[last_Via:]
+[last_From:]
+[last_To:];tag=[pid]SIPpTag01[call_number]
+[last_Call-ID:]
+[last_CSeq:]
+[last_Record-Route:]
+Contact: <sip:sipp@[local_ip]:[local_port];transport=[transport]>
+Content-Length: 0
+
+]]></send>
+  <send><![CDATA[
+SIP/2.0 200 OK
+[last_Via:]
+[last_From:]
+[last_To:];tag=[pid]SIPpTag01[call_number]
+[last_Call-ID:]
+[last_CSeq:]
+[last_Record-Route:]
+Contact: <sip:sipp@[local_ip]:[local_port];transport=[transport]>
+Content-Type: application/sdp
+Content-Length: [len]
+
+v=0
+o=- 1 1 IN IP4 [local_ip]
+s=-
+c=IN IP4 [local_ip]
+t=0 0
+m=audio [media_port] RTP/AVP 0 101
+a=rtpmap:0 PCMU/8000
+a=rtpmap:101 telephone-event/8000
+]]></send>
+  <recv request="ACK"/>
+  <recv request="BYE"/>
+  <send><![CDATA[
+SIP/2.0 200 OK
+[last_Via:]
+[last_From:]
+[last_To:]
+[last_Call-ID:]
+[last_CSeq:]
+Content-Length: 0
+
+]]></send>
+</scenario>
+)";
+}

@@ -90,6 +90,10 @@ private:
 // The party plays it without conversion, so its rate and channels are the codec's.
 QString writeToneFile(const QString& dir, int hz, int rate = 8000, int channels = 1);
 
+// The plainest far end for sipp: rings, answers at once, takes the BYE; call
+// after call.
+const char* answeringScenario();
+
 // Runs a sipp scenario to its end; gives its exit status (0: every step matched).
 class Sipp {
 public:
