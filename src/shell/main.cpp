@@ -7,6 +7,8 @@
 #include <QGuiApplication>
 #include <QUrl>
 
+#include <cstdio>
+
 int main(int argc, char** argv) {
     Application::describe();
     QGuiApplication app(argc, argv);
@@ -19,7 +21,14 @@ int main(int argc, char** argv) {
     if (instance.handOver(links)) {
         return 0;
     }
-    instance.listen();
+    if (instance.listen() == SingleInstance::Listen::ownedByAnother) {
+        // Starting a second phone beside it would register this computer twice.
+        fprintf(stderr,
+                "velnor RZ is already running but did not answer in time; "
+                "try again, or end the running app (it holds %s)\n",
+                qPrintable(instance.lockPath()));
+        return 1;
+    }
 
     UnixSignals signals_;
     QObject::connect(&signals_, &UnixSignals::quitRequested, &app, [](int signal) {

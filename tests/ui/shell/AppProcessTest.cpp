@@ -118,3 +118,24 @@ TEST_F(AppProcess, ASocketLeftByAnAppThatDiedDoesNotStopTheNextOne) {
         }
     }
 }
+
+TEST_F(AppProcess, ASecondLaunchLeavesABusyRunningAppAloneAndSaysSo) {
+    start();
+    waitForLine("Main window shown");
+    // Stopped, the running app holds its socket but cannot answer.
+    ::kill(pid_t(app.pid()), SIGSTOP);
+    QByteArray secondOutput;
+    const int status = launchAgain({"tel:+4930123456"}, &secondOutput);
+    ::kill(pid_t(app.pid()), SIGCONT);
+    EXPECT_EQ(status, 1);
+    EXPECT_TRUE(secondOutput.contains("already running but did not answer"))
+        << secondOutput.toStdString();
+    EXPECT_FALSE(secondOutput.contains("started")) << secondOutput.toStdString();
+    // The running app keeps its socket: a later launch still reaches it, and
+    // the link of the launch that gave up is not taken late.
+    EXPECT_EQ(launchAgain({"tel:+4930999"}), 0);
+    EXPECT_TRUE(waitForLine("A tel: link arrived").contains("[phone]"));
+    ::kill(pid_t(app.pid()), SIGTERM);
+    ASSERT_TRUE(app.process().waitForFinished(10000));
+    EXPECT_FALSE(app.process().readAllStandardError().contains("A tel: link arrived"));
+}
