@@ -8,6 +8,7 @@
 #include <QNetworkRequest>
 #include <QRandomGenerator>
 #include <QTextBoundaryFinder>
+#include <QTimer>
 #include <QUrlQuery>
 
 #include <QCoro/QCoroNetworkReply>
@@ -182,24 +183,74 @@ QString API::account() const {
     return m_server.toString(QUrl::FullyEncoded);
 }
 
-QCoro::Task<QNetworkReply*> API::send(QNetworkRequest request, QByteArray method,
-                                      std::optional<QByteArray> body) {
+QCoro::Task<API::Reply> API::send(QNetworkRequest request, QByteArray method,
+                                  std::optional<QByteArray> body) {
     request.setTransferTimeout(int(m_timeout.count()));
     QNetworkReply* reply = body ? m_network.sendCustomRequest(request, method, *body)
                                 : m_network.sendCustomRequest(request, method);
+
+    // The answer is taken as it arrives, so that no more than its cap is ever held.
+    struct Reading {
+        QByteArray body;
+        bool tooLarge = false;
+        bool errorCut = false;
+        bool overdue = false;
+    };
+    auto reading = std::make_shared<Reading>();
+    const auto take = [reply, reading] {
+        const int status = statusOf(reply);
+        const bool success = (status >= 200 && status <= 299) || status == 304;
+        const qint64 cap = success ? maxBodyBytes : maxErrorBodyBytes;
+        if (success && reply->header(QNetworkRequest::ContentLengthHeader).toLongLong() > cap) {
+            reading->tooLarge = true;
+            reply->abort();
+            return;
+        }
+        reading->body += reply->read(std::max<qint64>(cap - reading->body.size(), 0));
+        if (reply->bytesAvailable() > 0) {
+            (success ? reading->tooLarge : reading->errorCut) = true;
+            reply->abort();
+        }
+    };
+    QObject::connect(reply, &QNetworkReply::readyRead, reply, take);
+    QObject::connect(reply, &QNetworkReply::metaDataChanged, reply, take);
+    QTimer::singleShot(2 * m_timeout, reply, [reply, reading] {
+        reading->overdue = true;
+        reply->abort();
+    });
     co_await reply;
+    if (!reading->tooLarge && !reading->errorCut && !reading->overdue) {
+        take();
+    }
+    reply->deleteLater();
+
+    if (reading->tooLarge) {
+        throw TransportError(
+            QCoreApplication::translate("API", "The server's answer is larger than %1 MB.")
+                .arg(maxBodyBytes / (1024 * 1024)));
+    }
+    if (reading->overdue) {
+        throw TransportError(QCoreApplication::translate(
+                                 "API", "The server did not finish answering within %1 seconds.")
+                                 .arg(double(2 * m_timeout.count()) / 1000.0));
+    }
     if (reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).isNull()) {
-        // Nothing here cancels a request, so a cancelled one ran out of time;
+        // Nothing else here cancels a request, so a cancelled one ran out of time;
         // the library's own words for that ("Operation canceled") would mislead.
         const QString text =
             reply->error() == QNetworkReply::OperationCanceledError
                 ? QCoreApplication::translate("API", "The server did not answer within %1 seconds.")
                       .arg(double(m_timeout.count()) / 1000.0)
                 : reply->errorString();
-        reply->deleteLater();
         throw TransportError(text);
     }
-    co_return reply;
+    Reply result;
+    result.status = statusOf(reply);
+    result.body = std::move(reading->body);
+    for (const auto& pair : reply->rawHeaderPairs()) {
+        result.headers.append(pair);
+    }
+    co_return result;
 }
 
 QCoro::Task<API::Tokens> API::postToken(Form form) {
@@ -207,10 +258,9 @@ QCoro::Task<API::Tokens> API::postToken(Form form) {
     QNetworkRequest request(urlOf(m_server, QStringLiteral("oauth/token")));
     request.setHeader(QNetworkRequest::ContentTypeHeader,
                       QByteArrayLiteral("application/x-www-form-urlencoded"));
-    QNetworkReply* reply = co_await send(request, "POST", formBody(form));
-    const int status = statusOf(reply);
-    const QByteArray body = reply->readAll();
-    reply->deleteLater();
+    const Reply reply = co_await send(request, "POST", formBody(form));
+    const int status = reply.status;
+    const QByteArray& body = reply.body;
     if (status == 200) {
         co_return decode<Tokens>(body);
     }
@@ -316,14 +366,7 @@ QCoro::Task<API::Reply> API::request(QString path, QByteArray method,
     const QString token = co_await validAccessToken();
     request.setRawHeader("Authorization", "Bearer " + token.toUtf8());
 
-    QNetworkReply* reply = co_await send(request, method, body);
-    Reply result;
-    result.status = statusOf(reply);
-    result.body = reply->readAll();
-    for (const auto& pair : reply->rawHeaderPairs()) {
-        result.headers.append(pair);
-    }
-    reply->deleteLater();
+    Reply result = co_await send(request, method, body);
 
     if (result.status == 401 && !retried) {
         // Forces a refresh, once per call.
@@ -362,8 +405,7 @@ QCoro::Task<> API::clearTokens(bool revoke) {
             form.append({QStringLiteral("token"), *refreshToken});
             form.append({QStringLiteral("client_id"), QString::fromLatin1(clientId)});
             try {
-                QNetworkReply* reply = co_await send(request, "POST", formBody(form));
-                reply->deleteLater();
+                co_await send(request, "POST", formBody(form));
             } catch (...) {
                 // Whatever the server says, the tokens are forgotten here.
             }

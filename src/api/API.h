@@ -105,7 +105,12 @@ public:
     static constexpr char redirectUri[] = "rzmobile://oauth/callback";
     static constexpr char tokenService[] = "net.velnor.rz.oauth";
     static constexpr int expiryMarginS = 30;
+    // A request fails when the server is silent this long, and when its whole
+    // answer takes more than twice as long.
     static constexpr int requestTimeoutMs = 60'000;
+    // The largest answer read; an error answer is read only as far as its text shows.
+    static constexpr qint64 maxBodyBytes = 16 * 1024 * 1024;
+    static constexpr qint64 maxErrorBodyBytes = 64 * 1024;
 
     static std::shared_ptr<API>
     make(QUrl server, SecureStore& store, Clock& clock = Clock::system(),
@@ -146,8 +151,8 @@ private:
     QCoro::Task<Tokens> postToken(Form form);
     QCoro::Task<> storeTokens(Tokens tokens);
     QCoro::Task<QString> refreshAccessToken();
-    QCoro::Task<QNetworkReply*> send(QNetworkRequest request, QByteArray method,
-                                     std::optional<QByteArray> body);
+    QCoro::Task<Reply> send(QNetworkRequest request, QByteArray method,
+                            std::optional<QByteArray> body);
 
     const QUrl m_server;
     SecureStore& m_store;
