@@ -1,5 +1,10 @@
 #include "platform/SettingsStore.h"
 
+#include "platform/Log.h"
+#include "platform/SettingsFileCheck.h"
+
+#include <QFile>
+#include <QSaveFile>
 #include <QStandardPaths>
 
 namespace {
@@ -7,6 +12,11 @@ namespace {
 QString defaultPath() {
     return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
            QStringLiteral("/velnor/rz.conf");
+}
+
+bool writeWhole(const QString& path, const QByteArray& bytes) {
+    QSaveFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.commit();
 }
 
 } // namespace
@@ -106,7 +116,44 @@ void SettingsStore::remove(const QString& key) {
 
 IniSettingsStore::IniSettingsStore() : IniSettingsStore(defaultPath()) {}
 
-IniSettingsStore::IniSettingsStore(const QString& path) : m_settings(path, QSettings::IniFormat) {}
+IniSettingsStore::IniSettingsStore(const QString& path)
+    : m_settings(checked(path), QSettings::IniFormat) {}
+
+QString IniSettingsStore::checked(const QString& path) {
+    QFile file(path);
+    if (!file.exists()) {
+        return path;
+    }
+    const QString aside = path + QStringLiteral(".damaged");
+    if (file.size() > SettingsFileCheck::maxFileBytes) {
+        QFile::remove(aside);
+        const bool moved = QFile::rename(path, aside);
+        Log::error(Log::app, QStringLiteral("%1 is larger than %2 MB and was not read; %3")
+                                 .arg(path)
+                                 .arg(SettingsFileCheck::maxFileBytes / (1024 * 1024))
+                                 .arg(moved ? QStringLiteral("it is kept as ") + aside
+                                            : QStringLiteral("it could not be moved aside")));
+        return path;
+    }
+    if (!file.open(QIODevice::ReadOnly)) {
+        return path;
+    }
+    const QByteArray text = file.readAll();
+    file.close();
+    int dropped = 0;
+    const QByteArray kept = SettingsFileCheck::withoutDamagedValues(text, &dropped);
+    if (dropped == 0) {
+        return path;
+    }
+    // The file as it was stays beside it, so that nothing a person wrote is lost.
+    const bool saved = writeWhole(aside, text) && writeWhole(path, kept);
+    Log::error(Log::app, QStringLiteral("%1 held %2 damaged value(s), left unread; %3")
+                             .arg(path)
+                             .arg(dropped)
+                             .arg(saved ? QStringLiteral("the file as it was is kept as ") + aside
+                                        : QStringLiteral("the file could not be rewritten")));
+    return path;
+}
 
 QVariant IniSettingsStore::raw(const QString& key) const {
     return m_settings.value(key);

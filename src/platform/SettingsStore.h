@@ -54,6 +54,9 @@ protected:
     void erase(const QString& key) override;
 
 private:
+    // Takes damaged typed values out of the file before the settings library reads it.
+    static QString checked(const QString& path);
+
     QSettings m_settings;
 };
 

@@ -1,5 +1,7 @@
 #include "platform/SettingsStore.h"
 
+#include "platform/SettingsFileCheck.h"
+
 #include "Services.h"
 
 #include <QFile>
@@ -109,6 +111,86 @@ TEST_F(IniSettings, AStoredValueThatClaimsAHugeLengthReadsAsAbsent) {
     IniSettingsStore store(path());
     EXPECT_EQ(store.dictionary("colleagues.export.map"), std::nullopt);
     EXPECT_EQ(store.url("rz.server"), QUrl("https://rz.velnor.net/"));
+}
+
+TEST_F(IniSettings, ANestedValueThatAsksForGigabytesCostsNothingAndIsKeptAside) {
+    // Found by fuzzing: a list whose element count is four bytes of text.
+    const QByteArray damaged = QByteArray::fromBase64(
+        "dHJ1ZQpyZWMpCmNvbGxlYWd1ZXMuZXhwb3J0Lm1hcD1AVmFyaWFudChcMFwwXDBcdC5tYXA9QFZhcmlhbnQoXDBc"
+        "MFwwXGZcMFwwKQo=");
+    writeFile("[General]\nrz.server=https://rz.velnor.net/\n" + damaged);
+    IniSettingsStore store(path());
+    EXPECT_EQ(store.dictionary("colleagues.export.map"), std::nullopt);
+    EXPECT_EQ(store.url("rz.server"), QUrl("https://rz.velnor.net/"));
+    QFile aside(path() + ".damaged");
+    ASSERT_TRUE(aside.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(aside.readAll().endsWith(damaged));
+    EXPECT_FALSE(fileText().contains("colleagues.export.map"));
+}
+
+TEST_F(IniSettings, AWrittenMapSurvivesTheCheckUntouched) {
+    {
+        IniSettingsStore store(path());
+        store.setDictionary("colleagues.export.map",
+                            {{"u1", "c1"}, {"a,b;c=d", "\"q\" \\ \n"}, {"", ""}});
+    }
+    const QByteArray before = fileText();
+    IniSettingsStore store(path());
+    EXPECT_EQ(store.dictionary("colleagues.export.map"),
+              (SettingsStore::Dictionary{{"u1", "c1"}, {"a,b;c=d", "\"q\" \\ \n"}, {"", ""}}));
+    EXPECT_EQ(fileText(), before);
+    EXPECT_FALSE(QFile::exists(path() + ".damaged"));
+}
+
+TEST_F(IniSettings, ATypedValueSpreadOverContinuedLinesIsCheckedWhole) {
+    writeFile("[General]\na=1\nx=@Variant(\\0\\0\\0\\t\\\n\\x7f\\xff\\xff\\xff)\nb=2\n");
+    IniSettingsStore store(path());
+    EXPECT_EQ(store.text("a"), "1");
+    EXPECT_EQ(store.text("b"), "2");
+    EXPECT_FALSE(fileText().contains("x="));
+}
+
+TEST_F(IniSettings, AnEscapedAtSignCannotSmuggleATypedValuePast) {
+    writeFile("[General]\nx=\\x40Variant(\\0\\0\\0\\t\\x7f\\xff\\xff\\xff)\nb=2\n");
+    IniSettingsStore store(path());
+    EXPECT_EQ(store.text("b"), "2");
+    EXPECT_FALSE(fileText().contains("x="));
+}
+
+TEST_F(IniSettings, ATextThatOnlyLooksTypedIsKept) {
+    writeFile("[General]\nt=\"@@Variant(x), a\"\n");
+    IniSettingsStore store(path());
+    EXPECT_EQ(store.text("t"), "@Variant(x), a");
+    EXPECT_FALSE(QFile::exists(path() + ".damaged"));
+}
+
+TEST_F(IniSettings, AFileOverSixteenMegabytesIsNotReadAndIsKeptAside) {
+    const QByteArray huge =
+        "[General]\nrz.server=https://rz.velnor.net/\nfill=" + QByteArray(17 * 1024 * 1024, 'x') +
+        "\n";
+    writeFile(huge);
+    IniSettingsStore store(path());
+    EXPECT_EQ(store.url("rz.server"), std::nullopt);
+    EXPECT_EQ(QFile(path() + ".damaged").size(), huge.size());
+    store.setText("rz.deviceId", "d1");
+    EXPECT_EQ(IniSettingsStore(path()).text("rz.deviceId"), "d1");
+}
+
+TEST(SettingsFileCheck, OnlyAMapOfTextToTextPasses) {
+    const auto map = [](QByteArray body) { return QByteArray("\0\0\0\x08", 4) + body; };
+    EXPECT_TRUE(SettingsFileCheck::isTextMap(map(QByteArray("\0\0\0\0", 4))));
+    // One entry: key "k", a text of type 10 that is null.
+    EXPECT_TRUE(SettingsFileCheck::isTextMap(
+        map(QByteArray("\0\0\0\x01\0\0\0\x02\0k\0\0\0\x0a\xff\xff\xff\xff", 18))));
+    // The same entry with its value typed as a list.
+    EXPECT_FALSE(SettingsFileCheck::isTextMap(
+        map(QByteArray("\0\0\0\x01\0\0\0\x02\0k\0\0\0\x09\xff\xff\xff\xff", 18))));
+    // A count the bytes cannot hold, an odd text length, bytes left over.
+    EXPECT_FALSE(SettingsFileCheck::isTextMap(map(QByteArray("\x7f\0\0\0", 4))));
+    EXPECT_FALSE(SettingsFileCheck::isTextMap(
+        map(QByteArray("\0\0\0\x01\0\0\0\x01k\0\0\0\x0a\xff\xff\xff\xff", 17))));
+    EXPECT_FALSE(SettingsFileCheck::isTextMap(map(QByteArray("\0\0\0\0\0", 5))));
+    EXPECT_FALSE(SettingsFileCheck::isTextMap(QByteArray()));
 }
 
 TEST_F(IniSettings, RemoveForgetsTheValueOnDisk) {
