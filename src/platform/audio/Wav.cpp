@@ -26,6 +26,9 @@ void put16(std::string& out, std::uint16_t v) {
     out.push_back(char(v >> 8));
 }
 
+// The length field of a data chunk whose writer did not know its length.
+constexpr std::uint32_t unknownLength = 0xffffffff;
+
 } // namespace
 
 std::optional<WavData> readWav(const std::string& path) {
@@ -33,8 +36,12 @@ std::optional<WavData> readWav(const std::string& path) {
     if (!in) {
         return std::nullopt;
     }
-    std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(in)),
-                                     std::istreambuf_iterator<char>());
+    const std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(in)),
+                                           std::istreambuf_iterator<char>());
+    return parseWav(bytes);
+}
+
+std::optional<WavData> parseWav(std::span<const unsigned char> bytes) {
     if (bytes.size() < 12 || std::memcmp(bytes.data(), "RIFF", 4) != 0 ||
         std::memcmp(bytes.data() + 8, "WAVE", 4) != 0) {
         return std::nullopt;
@@ -44,9 +51,16 @@ std::optional<WavData> readWav(const std::string& path) {
     std::size_t pos = 12;
     while (pos + 8 <= bytes.size()) {
         const unsigned char* chunk = bytes.data() + pos;
-        std::uint32_t size = le32(chunk + 4);
-        std::size_t body = pos + 8;
-        std::size_t end = std::min<std::size_t>(bytes.size(), body + size);
+        const std::uint32_t size = le32(chunk + 4);
+        const std::size_t body = pos + 8;
+        const std::size_t left = bytes.size() - body;
+        const bool isData = std::memcmp(chunk, "data", 4) == 0;
+        // A writer that could not go back to fill in the length of its
+        // samples marks it as unknown; any other chunk must fit the file.
+        if (size > left && !(isData && size == unknownLength)) {
+            return std::nullopt;
+        }
+        const std::size_t end = body + std::min<std::size_t>(size, left);
         if (std::memcmp(chunk, "fmt ", 4) == 0 && size >= 16) {
             formatTag = le16(bytes.data() + body);
             channels = le16(bytes.data() + body + 2);
@@ -55,17 +69,19 @@ std::optional<WavData> readWav(const std::string& path) {
             if (formatTag == 0xfffe && size >= 26) { // extensible: the sub-format decides
                 formatTag = le16(bytes.data() + body + 24);
             }
-        } else if (std::memcmp(chunk, "data", 4) == 0) {
+        } else if (isData) {
             if (channels <= 0 || rate == 0) {
                 return std::nullopt;
             }
             WavData data;
             data.format = AudioFormat{double(rate), channels};
             if (formatTag == 1 && bits == 16) {
+                data.samples.reserve((end - body) / 2);
                 for (std::size_t p = body; p + 2 <= end; p += 2) {
                     data.samples.push_back(float(std::int16_t(le16(bytes.data() + p))) / 32768.0f);
                 }
             } else if (formatTag == 3 && bits == 32) {
+                data.samples.reserve((end - body) / 4);
                 for (std::size_t p = body; p + 4 <= end; p += 4) {
                     std::uint32_t v = le32(bytes.data() + p);
                     float f;
@@ -77,7 +93,7 @@ std::optional<WavData> readWav(const std::string& path) {
             }
             return data;
         }
-        pos = body + size + (size & 1);
+        pos = end + (size & 1);
     }
     return std::nullopt;
 }

@@ -27,6 +27,69 @@ TEST(Wav, AFileThatIsNoWavReadsAsNothing) {
     EXPECT_EQ(readWav(dir.filePath("missing.wav").toStdString()), std::nullopt);
 }
 
+namespace {
+
+// A 16-bit mono WAV at 8 kHz whose chunk lengths are given, not derived.
+std::vector<unsigned char> wavBytes(std::uint32_t fmtSize, std::uint32_t dataSize,
+                                    std::size_t samples, std::size_t fmtBytes = 16) {
+    std::vector<unsigned char> out;
+    const auto put = [&out](std::uint32_t v, int n) {
+        for (int i = 0; i < n; ++i) {
+            out.push_back((unsigned char)(v >> (8 * i)));
+        }
+    };
+    const auto text = [&out](const char* t) {
+        for (int i = 0; i < 4; ++i) {
+            out.push_back((unsigned char)t[i]);
+        }
+    };
+    text("RIFF");
+    put(0, 4);
+    text("WAVE");
+    text("fmt ");
+    put(fmtSize, 4);
+    const std::size_t fmtStart = out.size();
+    put(1, 2);
+    put(1, 2);
+    put(8000, 4);
+    put(16000, 4);
+    put(2, 2);
+    put(16, 2);
+    out.resize(fmtStart + fmtBytes);
+    text("data");
+    put(dataSize, 4);
+    for (std::size_t i = 0; i < samples; ++i) {
+        put(0x4000, 2);
+    }
+    return out;
+}
+
+} // namespace
+
+TEST(Wav, AChunkThatClaimsMoreThanTheFileHoldsIsRefused) {
+    EXPECT_TRUE(parseWav(wavBytes(16, 8, 4)).has_value());
+    EXPECT_EQ(parseWav(wavBytes(16, 10, 4)), std::nullopt);
+    EXPECT_EQ(parseWav(wavBytes(16, 0x7fffffff, 4)), std::nullopt);
+    // A format chunk cut short by the end of the file.
+    auto cut = wavBytes(16, 8, 0);
+    cut.resize(12 + 8 + 10);
+    EXPECT_EQ(parseWav(cut), std::nullopt);
+    EXPECT_EQ(parseWav(wavBytes(0xfffffff0, 8, 4)), std::nullopt);
+}
+
+TEST(Wav, SamplesOfUnknownLengthReadToTheEnd) {
+    const auto wav = parseWav(wavBytes(16, 0xffffffff, 5));
+    ASSERT_TRUE(wav.has_value());
+    EXPECT_EQ(wav->samples, std::vector<float>(5, 0.5f));
+}
+
+TEST(Wav, AnOddFormatChunkIsPaddedToAnEvenLength) {
+    auto bytes = wavBytes(17, 4, 2, 18);
+    const auto wav = parseWav(bytes);
+    ASSERT_TRUE(wav.has_value());
+    EXPECT_EQ(wav->samples, std::vector<float>(2, 0.5f));
+}
+
 TEST(SampleRing, KeepsOrderAndRefusesWhatDoesNotFit) {
     SampleRing ring(4);
     const float in[] = {1, 2, 3, 4, 5};
