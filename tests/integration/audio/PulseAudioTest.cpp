@@ -12,6 +12,8 @@
 #include <mutex>
 #include <numbers>
 
+#include <signal.h>
+
 namespace {
 
 using namespace std::chrono_literals;
@@ -169,13 +171,51 @@ TEST(PulseAudioBackend, TheSinksFormFactorSaysWhetherTheOutputIsBuiltIn) {
                                            "sink_properties=device.form_factor=headset"});
     server.loadModule("module-null-sink", {"sink_name=plain", "norewinds=1"});
     PulseBackend backend;
-    EXPECT_TRUE(backend.outputIsBuiltIn());
-    server.setDefaultSink("headset");
-    EXPECT_FALSE(backend.outputIsBuiltIn());
+    // The answer follows the server's events; each step below changes it.
+    EXPECT_TRUE(waitUntil([&] { return backend.outputIsBuiltIn(); }, 3s));
     server.setDefaultSink("plain"); // no form factor and no ports: not known to be built in
-    EXPECT_FALSE(backend.outputIsBuiltIn());
+    EXPECT_TRUE(waitUntil([&] { return !backend.outputIsBuiltIn(); }, 3s));
     server.setDefaultSink("speaker");
-    EXPECT_TRUE(backend.outputIsBuiltIn());
+    EXPECT_TRUE(waitUntil([&] { return backend.outputIsBuiltIn(); }, 3s));
+    server.setDefaultSink("headset");
+    EXPECT_TRUE(waitUntil([&] { return !backend.outputIsBuiltIn(); }, 3s));
+}
+
+TEST(PulseAudioBackend, ReadingTheAudioWarningOpensNoConnectionToTheServer) {
+    PulseAudioServer server(speakerSink("speaker", "internal"));
+    PulseBackend::Options options;
+    options.voiceProcessing = false; // so that the warning asks about the output
+    auto backend = std::make_shared<PulseBackend>(options);
+    auto audio = CallAudio::make(backend);
+    auto call = std::make_shared<FakeCall>();
+    ASSERT_EQ(startAndWait(*audio, call), std::nullopt);
+    ASSERT_TRUE(waitUntil([&] { return backend->outputAnswers() >= 1; }, 3s));
+    auto clients = [&] { return server.pactl({"list", "short", "clients"}).split('\n').size(); };
+    const auto before = clients();
+    for (int i = 0; i < 200; ++i) {
+        const auto started = std::chrono::steady_clock::now();
+        EXPECT_EQ(audio->audioWarning(), "Echo cancellation is off. Use headphones.");
+        EXPECT_LT(std::chrono::steady_clock::now() - started, 2ms);
+    }
+    EXPECT_EQ(clients(), before);
+    audio->stop();
+}
+
+TEST(PulseAudioBackend, AServerThatDoesNotAnswerFailsTheStartWithinTheBound) {
+    PulseAudioServer server(speakerSink("speaker", "internal"));
+    auto audio = CallAudio::make(std::make_shared<PulseBackend>());
+    auto call = std::make_shared<FakeCall>();
+    // The daemon is frozen: its socket still takes connections, nothing answers.
+    ASSERT_EQ(::kill(pid_t(server.pid()), SIGSTOP), 0);
+    const auto started = std::chrono::steady_clock::now();
+    auto error = startAndWait(*audio, call);
+    const auto took = std::chrono::steady_clock::now() - started;
+    ::kill(pid_t(server.pid()), SIGCONT);
+    ASSERT_TRUE(error.has_value());
+    EXPECT_EQ(error->description, "engine start: the sound server did not answer within 2 s");
+    // One try with voice processing and one without, each bound to 2 s.
+    EXPECT_LT(took, 5s);
+    audio->stop();
 }
 
 TEST(PulseAudioBackend, WithNoServerAStartFailsWithTheReason) {
