@@ -359,6 +359,17 @@ int main(int argc, char** argv) {
     print("mouth_to_ear_clicks", engineCall.clicks);
     print("render_frees", double(engineCall.renderFrees));
 
+    // The same through PipeWire's PulseAudio server.
+    PulseAudioServer::use(PulseAudioServer::Kind::pipewire);
+    const Latency latencyPipeWire = measureLatency(tuned);
+    const double openPipeWire = roomEnergy(far, echoTuned, false);
+    const double roomPipeWire = roomEnergy(far, echoTuned, true);
+    PulseAudioServer::use(PulseAudioServer::Kind::pulseaudio);
+    print("mouth_to_wire_ms_pipewire", latencyPipeWire.mouthToWire);
+    print("wire_to_ear_ms_pipewire", latencyPipeWire.wireToEar);
+    print("erle_db_pulse_room_pipewire",
+          10 * std::log10(openPipeWire / std::max(roomPipeWire, 1.0)));
+
     const MainThreadFigures mainThread = mainThreadBlock();
     print("main_thread_max_block_ms", mainThread.maxBlockMs);
     print("main_thread_hang_up_ms", mainThread.hangUpMs);

@@ -134,7 +134,7 @@ void PulseAudioServer::startPipeWire() {
 
 void PulseAudioServer::stopPipeWire() {
     for (auto& [index, feeder] : m_toneFeeders) {
-        feeder->stop();
+        feeder->stop(std::chrono::milliseconds(100));
     }
     m_toneFeeders.clear();
     m_daemon.stop();
@@ -225,11 +225,12 @@ int PulseAudioServer::loadModule(const QString& name, const QStringList& argumen
 }
 
 void PulseAudioServer::unloadModule(int index) {
-    pactl({"unload-module", QString::number(index)});
+    // A tone's feeder goes first: sox waits on a full pipe and would not hear SIGTERM.
     if (auto feeder = m_toneFeeders.find(index); feeder != m_toneFeeders.end()) {
-        feeder->second->stop();
+        feeder->second->stop(std::chrono::milliseconds(100));
         m_toneFeeders.erase(feeder);
     }
+    pactl({"unload-module", QString::number(index)});
 }
 
 void PulseAudioServer::setDefaultSink(const QString& name) {
