@@ -9,6 +9,7 @@
 namespace {
 
 constexpr pa_usec_t reconnectUsec = 500 * 1000;
+constexpr pa_usec_t followUpUsec = 300 * 1000;
 
 } // namespace
 
@@ -39,6 +40,10 @@ PulseOutputWatch::~PulseOutputWatch() {
         pa_threaded_mainloop_get_api(m_loop)->time_free(m_retry);
         m_retry = nullptr;
     }
+    if (m_followUp != nullptr) {
+        pa_threaded_mainloop_get_api(m_loop)->time_free(m_followUp);
+        m_followUp = nullptr;
+    }
     if (m_context != nullptr) {
         pa_context_set_state_callback(m_context, nullptr, nullptr);
         pa_context_set_subscribe_callback(m_context, nullptr, nullptr);
@@ -63,7 +68,9 @@ void PulseOutputWatch::connect() {
             const auto facility = type & PA_SUBSCRIPTION_EVENT_FACILITY_MASK;
             if (facility == PA_SUBSCRIPTION_EVENT_SERVER ||
                 facility == PA_SUBSCRIPTION_EVENT_SINK) {
-                static_cast<PulseOutputWatch*>(data)->ask();
+                auto* self = static_cast<PulseOutputWatch*>(data);
+                self->ask();
+                self->askAgainLater();
             }
         },
         this);
@@ -103,11 +110,33 @@ void PulseOutputWatch::scheduleReconnect() {
             auto* self = static_cast<PulseOutputWatch*>(data);
             api->time_free(event);
             self->m_retry = nullptr;
+            if (self->m_followUp != nullptr) {
+                api->time_free(self->m_followUp);
+                self->m_followUp = nullptr;
+            }
             pa_context_set_state_callback(self->m_context, nullptr, nullptr);
             pa_context_set_subscribe_callback(self->m_context, nullptr, nullptr);
             pa_context_unref(self->m_context);
             self->m_context = nullptr;
             self->connect();
+        },
+        this);
+}
+
+void PulseOutputWatch::askAgainLater() {
+    // PipeWire's server reports a new default before its session manager has
+    // made it the one the server gives: one more look once things have settled.
+    if (m_followUp != nullptr) {
+        pa_context_rttime_restart(m_context, m_followUp, pa_rtclock_now() + followUpUsec);
+        return;
+    }
+    m_followUp = pa_context_rttime_new(
+        m_context, pa_rtclock_now() + followUpUsec,
+        [](pa_mainloop_api* api, pa_time_event* event, const timeval*, void* data) {
+            auto* self = static_cast<PulseOutputWatch*>(data);
+            api->time_free(event);
+            self->m_followUp = nullptr;
+            self->ask();
         },
         this);
 }

