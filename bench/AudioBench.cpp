@@ -1,8 +1,11 @@
-// Call audio figures: latency through PulseAudio both ways, and echo
-// cancellation on a synthetic echo path, each for the settings calls use and
-// for the library's defaults as the baseline, measured in the same run.
+// Call audio figures: latency through PulseAudio both ways and from one engine's
+// microphone to another's speaker, echo cancellation on a synthetic echo path
+// and through a looped-back room, allocations on the render thread, and how
+// long the main thread is held; for the settings calls use, with the library's
+// defaults as the baseline, measured in the same run.
 
 #include "EchoPath.h"
+#include "EngineCallAudio.h"
 #include "PulseAudioServer.h"
 #include "Waits.h"
 #include "audio/PulseBackend.h"
@@ -16,6 +19,7 @@
 #include <cstdio>
 #include <future>
 #include <mutex>
+#include <thread>
 
 namespace {
 
@@ -227,8 +231,72 @@ double roomEnergy(const std::vector<std::int16_t>& far, const VoiceSettings& set
     return sum;
 }
 
+// A call through PulseAudio with two device switches (a headset plugged in and
+// made the default, then taken away), while the main thread reads what the
+// statistics panel reads every 20 ms. Gives the longest single main-thread call.
+struct MainThreadFigures {
+    double maxBlockMs = -1; // start, the reads and mute, over the call
+    double hangUpMs = -1;   // stop at the end, which waits for the queue
+    int restarts = 0;
+};
+
+MainThreadFigures mainThreadBlock() {
+    PulseAudioServer server(
+        {"load-module module-null-sink sink_name=speaker rate=48000 channels=2 norewinds=1 "
+         "sink_properties=device.form_factor=internal",
+         "load-module module-sine-source source_name=mic rate=48000 frequency=440",
+         "set-default-sink speaker", "set-default-source mic"});
+    auto audio = CallAudio::make(std::make_shared<PulseBackend>());
+    auto call = std::make_shared<BenchCall>();
+    double longest = 0;
+    auto timed = [&](auto&& step) {
+        const auto begun = Clock::now();
+        step();
+        longest = std::max(longest, ms(Clock::now() - begun));
+    };
+    std::promise<std::optional<CallAudio::Error>> started;
+    timed([&] { audio->start(call, [&](auto error) { started.set_value(error); }); });
+    if (started.get_future().get()) {
+        return {};
+    }
+    // The switches happen beside the main thread, as a user plugging a headset would.
+    std::atomic<bool> switching{true};
+    std::thread plug([&] {
+        QThread::msleep(1000);
+        const int sink = server.loadModule(
+            "module-null-sink", {"sink_name=headset", "rate=16000", "channels=1", "norewinds=1",
+                                 "sink_properties=device.form_factor=headset"});
+        const int mic = server.loadModule(
+            "module-sine-source", {"source_name=headsetmic", "rate=16000", "frequency=600"});
+        server.setDefaultSink("headset");
+        server.setDefaultSource("headsetmic");
+        QThread::msleep(1500);
+        server.unloadModule(mic);
+        server.unloadModule(sink);
+        QThread::msleep(1500);
+        switching = false;
+    });
+    std::optional<QString> sink;
+    while (switching.load()) {
+        timed([&] { sink = audio->audioWarning(); });
+        timed([&] { (void)audio->micFrames(); });
+        timed([&] { (void)audio->restarts(); });
+        timed([&] { (void)audio->lastError(); });
+        timed([&] { audio->setMuted(audio->muted()); });
+        QThread::msleep(20);
+    }
+    plug.join();
+    MainThreadFigures figures;
+    figures.maxBlockMs = longest;
+    figures.restarts = audio->restarts();
+    const auto hangUp = Clock::now();
+    audio->stop();
+    figures.hangUpMs = ms(Clock::now() - hangUp);
+    return figures;
+}
+
 void print(const char* name, double value) {
-    std::printf("%s: %.1f\n", name, value);
+    std::printf("%s: %.2f\n", name, value);
     std::fflush(stdout);
 }
 
@@ -236,16 +304,16 @@ void print(const char* name, double value) {
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
+    core::initLogging("error");
 
     const VoiceSettings tuned = VoiceSettings::tuned();
     const VoiceSettings baseline = VoiceSettings::libraryDefaults();
 
+    // Latency, the microphone to the wire and the wire to the ear.
     const Latency latency = measureLatency(tuned);
     const Latency latencyBase = measureLatency(baseline);
-    print("mouth_to_wire_ms", latency.mouthToWire);
-    print("mouth_to_wire_ms_baseline", latencyBase.mouthToWire);
-    print("wire_to_ear_ms", latency.wireToEar);
-    print("wire_to_ear_ms_baseline", latencyBase.wireToEar);
+    print("capture_latency_ms", latency.mouthToWire);
+    print("playback_latency_ms", latency.wireToEar);
 
     // Gain control would move the near end's level by itself; the echo figures leave it out.
     VoiceSettings echoTuned = tuned;
@@ -255,38 +323,79 @@ int main(int argc, char** argv) {
     const EchoScene scene = makeEchoScene(150);
     const EchoFigures a = measureEcho(scene, echoTuned, 150);
     const EchoFigures b = measureEcho(scene, echoBase, 150);
-    print("erle_0.15_1s_db", a.erleEarlyDb);
-    print("erle_0.15_1s_db_baseline", b.erleEarlyDb);
-    print("erle_1_2s_db", a.erleSecondDb);
-    print("erle_1_2s_db_baseline", b.erleSecondDb);
-    print("erle_steady_db", a.erleSteadyDb);
-    print("erle_steady_db_baseline", b.erleSteadyDb);
-    print("near_end_change_double_talk_db", a.nearChangeDb);
-    print("near_end_change_double_talk_db_baseline", b.nearChangeDb);
+    // With everything in calls, gain control included: CPU seconds per minute of call.
+    const EchoFigures full = measureEcho(scene, tuned, 150);
+    const EchoFigures fullBase = measureEcho(scene, baseline, 150);
+    print("cpu_s_per_call_min_vp", full.cpuMsPerSecond * 60.0 / 1000.0);
+    print("erle_db_steady", a.erleSteadyDb);
+    print("erle_db_1s", a.erleSecondDb);
+    print("doubletalk_near_change_db", a.nearChangeDb);
+
+    // The same speech through PulseAudio and a looped-back room, the echo delay
+    // taken from the streams' measured latencies; without voice processing,
+    // twice, so that the difference shows what the measurement itself wanders.
+    std::vector<std::int16_t> far;
+    for (float v : scene.far) {
+        far.push_back(std::int16_t(v * 32767.0f));
+    }
+    const double open = roomEnergy(far, echoTuned, false);
+    const double openAgain = roomEnergy(far, echoTuned, false);
+    const double roomTuned = roomEnergy(far, echoTuned, true);
+    const double roomBase = roomEnergy(far, echoBase, true);
+    print("erle_db_vp_off", 10 * std::log10(open / std::max(openAgain, 1.0)));
+
+    const EngineCallFigures engineCall = measureEngineCall(std::chrono::seconds(60));
+    print("render_allocations", double(engineCall.renderAllocations));
+
+    // The canceller told a delay 40 ms off the true 150 ms, either way; the worse.
+    const EchoFigures early = measureEcho(scene, echoTuned, 110);
+    const EchoFigures late = measureEcho(scene, echoTuned, 190);
+    print("erle_db_steady_delay_off_40ms", std::min(early.erleSteadyDb, late.erleSteadyDb));
+    print("erle_db_pulse_room", 10 * std::log10(open / std::max(roomTuned, 1.0)));
+    print("mouth_to_ear_ms", engineCall.mouthToEarMs);
+    print("mouth_to_ear_capture_ms", engineCall.captureMs);
+    print("mouth_to_ear_packetisation_and_jitter_buffer_ms", engineCall.wireMs);
+    print("mouth_to_ear_render_ms", engineCall.renderMs);
+    print("mouth_to_ear_clicks", engineCall.clicks);
+    print("render_frees", double(engineCall.renderFrees));
+
+    // The same through PipeWire's PulseAudio server.
+    PulseAudioServer::use(PulseAudioServer::Kind::pipewire);
+    const Latency latencyPipeWire = measureLatency(tuned);
+    const double openPipeWire = roomEnergy(far, echoTuned, false);
+    const double roomPipeWire = roomEnergy(far, echoTuned, true);
+    PulseAudioServer::use(PulseAudioServer::Kind::pulseaudio);
+    print("mouth_to_wire_ms_pipewire", latencyPipeWire.mouthToWire);
+    print("wire_to_ear_ms_pipewire", latencyPipeWire.wireToEar);
+    print("erle_db_pulse_room_pipewire",
+          10 * std::log10(openPipeWire / std::max(roomPipeWire, 1.0)));
+
+    const MainThreadFigures mainThread = mainThreadBlock();
+    print("main_thread_max_block_ms", mainThread.maxBlockMs);
+    print("main_thread_hang_up_ms", mainThread.hangUpMs);
+    print("main_thread_restarts_seen", mainThread.restarts);
+
+    // The earlier names, and the baselines: the library's defaults.
+    print("mouth_to_wire_ms", latency.mouthToWire);
+    print("wire_to_ear_ms", latency.wireToEar);
+    print("mouth_to_wire_ms_baseline", latencyBase.mouthToWire);
+    print("wire_to_ear_ms_baseline", latencyBase.wireToEar);
+    print("erle_db_0_15_to_1s", a.erleEarlyDb);
+    print("erle_db_0_15_to_1s_baseline", b.erleEarlyDb);
+    print("erle_db_1s_baseline", b.erleSecondDb);
+    print("erle_db_steady_baseline", b.erleSteadyDb);
+    print("doubletalk_near_change_db_baseline", b.nearChangeDb);
+    print("cpu_s_per_call_min_vp_baseline", fullBase.cpuMsPerSecond * 60.0 / 1000.0);
+    const EchoFigures earlyBase = measureEcho(scene, echoBase, 110);
+    const EchoFigures lateBase = measureEcho(scene, echoBase, 190);
+    print("erle_db_steady_delay_off_40ms_baseline",
+          std::min(earlyBase.erleSteadyDb, lateBase.erleSteadyDb));
+    print("erle_db_pulse_room_baseline", 10 * std::log10(open / std::max(roomBase, 1.0)));
     // What processing takes from the near end when there is no far end at all.
     EchoScene quiet = scene;
     std::fill(quiet.far.begin(), quiet.far.end(), 0.0f);
     std::fill(quiet.echo.begin(), quiet.echo.end(), 0.0f);
     print("near_end_change_no_far_end_db", measureEcho(quiet, echoTuned, 150).nearChangeDb);
     print("near_end_change_no_far_end_db_baseline", measureEcho(quiet, echoBase, 150).nearChangeDb);
-    // With everything in calls, gain control included.
-    const EchoFigures full = measureEcho(scene, tuned, 150);
-    const EchoFigures fullBase = measureEcho(scene, baseline, 150);
-    print("voice_processing_cpu_ms_per_s", full.cpuMsPerSecond);
-    print("voice_processing_cpu_ms_per_s_baseline", fullBase.cpuMsPerSecond);
-    // The same speech through PulseAudio and a looped-back room, the echo delay
-    // taken from the streams' measured latencies.
-    std::vector<std::int16_t> far;
-    for (float v : scene.far) {
-        far.push_back(std::int16_t(v * 32767.0f));
-    }
-    const double open = roomEnergy(far, echoTuned, false);
-    const double roomTuned = roomEnergy(far, echoTuned, true);
-    const double roomBase = roomEnergy(far, echoBase, true);
-    print("erle_pulse_room_4_9s_db", 10 * std::log10(open / std::max(roomTuned, 1.0)));
-    print("erle_pulse_room_4_9s_db_baseline", 10 * std::log10(open / std::max(roomBase, 1.0)));
-    // What a wrong delay costs: the lever the measured latencies pull.
-    const EchoFigures blind = measureEcho(scene, echoTuned, 0);
-    print("erle_steady_db_delay_unreported", blind.erleSteadyDb);
     return 0;
 }

@@ -9,6 +9,14 @@ if(VELNOR_SANITIZE)
     add_link_options(-fsanitize=address,undefined)
 endif()
 
+if(VELNOR_TSAN)
+    if(VELNOR_SANITIZE)
+        message(FATAL_ERROR "VELNOR_TSAN and VELNOR_SANITIZE cannot be combined")
+    endif()
+    add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=thread)
+endif()
+
 # Which of our layers a layer may link, and which Qt modules. The logic layers
 # stay free of QtGui and QtQuick so that every rule runs without a display.
 set(_velnor_logic_qt Qt6::Core Qt6::Network Qt6::WebSockets)

@@ -32,7 +32,9 @@ CallAudio::CallAudio(std::shared_ptr<AudioBackend> backend) : m_backend(std::mov
 
 CallAudio::~CallAudio() {
     // The tap and the source point at this object: the engine stops first.
-    m_queue.sync([this] { teardown(); });
+    if (m_queue.sync([this] { teardown(); })) {
+        teardown(); // the queue has shut down, so no job of it can run beside this
+    }
 }
 
 std::uint32_t CallAudio::captureCapacity(std::uint32_t frames, double sampleRate) {
@@ -54,7 +56,7 @@ void CallAudio::start(std::shared_ptr<core::Call> call, Completion completion) {
 
 bool CallAudio::switchTo(std::shared_ptr<core::Call> call) {
     bool exists = false;
-    m_queue.sync([&] {
+    const auto failure = m_queue.sync([&] {
         exists = m_engine != nullptr;
         if (exists) {
             std::lock_guard guard(m_lock);
@@ -63,14 +65,15 @@ bool CallAudio::switchTo(std::shared_ptr<core::Call> call) {
             m_state.speaker.clear();
         }
     });
-    return exists;
+    return !failure && exists;
 }
 
 void CallAudio::stop() {
-    m_queue.sync([this] {
+    const auto failure = m_queue.sync([this] {
         teardown();
         resetState(nullptr);
     });
+    (void)failure; // only the destructor shuts the queue down, and it tears down itself
 }
 
 void CallAudio::setMuted(bool muted) {
@@ -295,9 +298,9 @@ void CallAudio::teardown() {
         m_configObserver.reset();
     }
     if (m_engine) {
-        if (m_engine->isRunning()) {
-            m_engine->stop();
-        }
+        // Always: an engine with one failed stream says it is not running while
+        // the other stream still calls into this object.
+        m_engine->stop();
         m_engine->removeTap();
         if (m_sourceAttached) {
             m_engine->detachSource();

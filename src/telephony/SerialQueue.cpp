@@ -10,6 +10,15 @@ SerialQueue::SerialQueue(std::string label)
 }
 
 SerialQueue::~SerialQueue() {
+    shutdown();
+    if (onQueue()) {
+        m_thread.detach(); // released from one of its own jobs: the thread ends after it
+    } else if (m_thread.joinable()) {
+        m_thread.join();
+    }
+}
+
+void SerialQueue::shutdown() {
     std::multimap<std::pair<std::chrono::steady_clock::time_point, std::uint64_t>, Job> dropped;
     {
         std::lock_guard guard(m_inner->mutex);
@@ -17,11 +26,20 @@ SerialQueue::~SerialQueue() {
         dropped.swap(m_inner->jobs);
     }
     m_inner->wake.notify_all();
-    if (onQueue()) {
-        m_thread.detach(); // released from one of its own jobs: the thread ends after it
-    } else if (m_thread.joinable()) {
+    // Outside the lock: a dropped job's captures may wake a waiting sync.
+    dropped.clear();
+    if (!onQueue() && m_thread.joinable()) {
         m_thread.join();
     }
+}
+
+bool SerialQueue::stopped() const {
+    std::lock_guard guard(m_inner->mutex);
+    return m_inner->stopping;
+}
+
+std::optional<std::string> SerialQueue::stoppedError() const {
+    return "the queue " + m_label + " has shut down";
 }
 
 void SerialQueue::asyncAfter(std::chrono::milliseconds delay, Job job) {
@@ -37,22 +55,57 @@ void SerialQueue::asyncAfter(std::chrono::milliseconds delay, Job job) {
     m_inner->wake.notify_all();
 }
 
-void SerialQueue::sync(const Job& job) {
+namespace {
+
+// What a waiting sync shares with its job. The job's captures hold it, so when
+// the queue drops the job unrun, its last copy going tells the waiter.
+struct SyncWait {
+    std::mutex mutex;
+    std::condition_variable wake;
+    bool ran = false;
+    bool finished = false;
+
+    void finish(bool didRun) {
+        std::lock_guard guard(mutex);
+        if (!finished) {
+            ran = didRun;
+            finished = true;
+            wake.notify_all();
+        }
+    }
+};
+
+struct SyncTicket {
+    std::shared_ptr<SyncWait> wait;
+    explicit SyncTicket(std::shared_ptr<SyncWait> w) : wait(std::move(w)) {}
+    ~SyncTicket() { wait->finish(false); }
+    SyncTicket(const SyncTicket&) = delete;
+    SyncTicket& operator=(const SyncTicket&) = delete;
+};
+
+} // namespace
+
+std::optional<std::string> SerialQueue::sync(const Job& job) {
+    if (stopped()) {
+        return stoppedError();
+    }
     if (onQueue()) {
         job();
-        return;
+        return std::nullopt;
     }
-    std::mutex doneMutex;
-    std::condition_variable doneWake;
-    bool done = false;
-    async([&] {
+    auto wait = std::make_shared<SyncWait>();
+    auto ticket = std::make_shared<SyncTicket>(wait);
+    async([&job, ticket] {
         job();
-        std::lock_guard guard(doneMutex);
-        done = true;
-        doneWake.notify_all();
+        ticket->wait->finish(true);
     });
-    std::unique_lock lock(doneMutex);
-    doneWake.wait(lock, [&] { return done; });
+    ticket.reset();
+    std::unique_lock lock(wait->mutex);
+    wait->wake.wait(lock, [&] { return wait->finished; });
+    if (!wait->ran) {
+        return stoppedError();
+    }
+    return std::nullopt;
 }
 
 void SerialQueue::run(const std::shared_ptr<Inner>& inner) {

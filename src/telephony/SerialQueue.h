@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -24,7 +25,13 @@ public:
     void async(Job job) { asyncAfter(std::chrono::milliseconds(0), std::move(job)); }
     void asyncAfter(std::chrono::milliseconds delay, Job job);
     // Runs the job on the queue and waits for it; run directly when already there.
-    void sync(const Job& job);
+    // Gives an error, at once, when the queue has shut down or shuts down
+    // before the job's turn: the job then never runs.
+    [[nodiscard]] std::optional<std::string> sync(const Job& job);
+    // Stops taking jobs and drops the waiting ones; the job running now
+    // finishes first unless this is called from it.
+    void shutdown();
+    bool stopped() const;
     bool onQueue() const { return std::this_thread::get_id() == m_thread.get_id(); }
     // Jobs waiting or running.
     std::size_t busy() const;
@@ -42,6 +49,7 @@ private:
         bool stopping = false;
     };
     static void run(const std::shared_ptr<Inner>& inner);
+    std::optional<std::string> stoppedError() const;
 
     std::string m_label;
     std::shared_ptr<Inner> m_inner;

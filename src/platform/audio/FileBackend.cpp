@@ -20,6 +20,7 @@ struct FileBackend::Shared {
     std::set<FileEngine*> engines;
     std::vector<float> played;
     int made = 0;
+    int detachedWhileRendering = 0;
 };
 
 namespace {
@@ -54,6 +55,7 @@ public:
             }
         }
         m_running = true;
+        m_captureLost = false;
         if (m_shared->options.realTime) {
             m_captureThread.start(period, [this] { captureBlock(); });
             const double rate = hasSource() ? sourceFormat().sampleRate : 8000.0;
@@ -65,6 +67,7 @@ public:
     void stop() override {
         m_captureThread.stop();
         m_renderThread.stop();
+        m_captureLost = false;
         if (m_running) {
             m_running = false;
             std::lock_guard guard(m_shared->mutex);
@@ -76,7 +79,21 @@ public:
         }
     }
 
-    bool isRunning() override { return m_running; }
+    // One stream lost, the other going on: what a device unplugged mid-call leaves.
+    bool isRunning() override { return m_running && !m_captureLost; }
+
+    void detachSource() override {
+        if (m_renderThread.running()) {
+            std::lock_guard guard(m_shared->mutex);
+            ++m_shared->detachedWhileRendering;
+        }
+        EngineBase::detachSource();
+    }
+
+    void loseCapture() {
+        m_captureThread.stop();
+        m_captureLost = true;
+    }
 
     // One capture block at the hardware format, taken from the file.
     void captureBlock() {
@@ -151,6 +168,7 @@ private:
     std::vector<float> m_out;
     double m_micPosition = 0;
     std::atomic<bool> m_running{false};
+    std::atomic<bool> m_captureLost{false};
 };
 
 FileBackend::FileBackend(Options options) : m_shared(std::make_shared<Shared>()) {
@@ -213,6 +231,20 @@ bool FileBackend::pump(int blocks) {
         engine->renderFrames(std::uint32_t(std::lround(seconds * engine->renderRate())));
     }
     return true;
+}
+
+bool FileBackend::loseCapture() {
+    FileEngine* engine = runningEngine(*m_shared);
+    if (engine == nullptr) {
+        return false;
+    }
+    engine->loseCapture();
+    return true;
+}
+
+int FileBackend::sourcesDetachedWhileRendering() const {
+    std::lock_guard guard(m_shared->mutex);
+    return m_shared->detachedWhileRendering;
 }
 
 bool FileBackend::pull(std::uint32_t frames) {

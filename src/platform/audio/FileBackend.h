@@ -39,6 +39,12 @@ public:
     bool pump(int blocks = 1);
     // Pulls `frames` output samples, as the render thread would.
     bool pull(std::uint32_t frames);
+    // The running engine's capture stops for good while playback goes on, and
+    // the engine says it is not running, as when a device goes mid-call.
+    bool loseCapture();
+    // How often a source was detached while a render thread still ran: a
+    // render block could then be cleared under the thread calling it.
+    int sourcesDetachedWhileRendering() const;
     // The hardware changes (to `hardware`, when given); observers are told on
     // the calling thread.
     void injectConfigurationChange(std::optional<AudioFormat> hardware = std::nullopt);

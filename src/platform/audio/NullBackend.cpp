@@ -14,7 +14,7 @@ constexpr auto period = std::chrono::milliseconds(20);
 class NullEngine : public EngineBase {
 public:
     explicit NullEngine(NullBackend::Options options)
-        : EngineBase(options.voice), m_options(options) {}
+        : EngineBase(options.voice), m_options(std::move(options)) {}
     ~NullEngine() override { stop(); }
 
     std::optional<AudioError> start() override {
@@ -26,23 +26,36 @@ public:
         m_capture.assign(std::size_t(captureFrames) * hw.channels, 0.0f);
         const AudioFormat play = hasSource() ? sourceFormat() : AudioFormat{8000.0, 1};
         m_render.assign(std::size_t(play.sampleRate / 50.0), 0.0f);
-        m_captureThread.start(period, [this, hw, captureFrames] {
-            for (std::uint32_t i = 0; i < captureFrames; ++i) {
-                float v = 0;
-                if (m_options.toneHz > 0) {
-                    v = m_options.toneLevel *
-                        float(std::sin(2.0 * std::numbers::pi * m_options.toneHz *
-                                       double(m_position + i) / hw.sampleRate));
+        m_captureThread.start(
+            period,
+            [this, hw, captureFrames] {
+                for (std::uint32_t i = 0; i < captureFrames; ++i) {
+                    float v = 0;
+                    if (m_options.toneHz > 0) {
+                        v = m_options.toneLevel *
+                            float(std::sin(2.0 * std::numbers::pi * m_options.toneHz *
+                                           double(m_position + i) / hw.sampleRate));
+                    }
+                    for (int c = 0; c < hw.channels; ++c) {
+                        m_capture[std::size_t(i) * hw.channels + c] = v;
+                    }
                 }
-                for (int c = 0; c < hw.channels; ++c) {
-                    m_capture[std::size_t(i) * hw.channels + c] = v;
+                m_position += captureFrames;
+                if (m_options.shapeCapture) {
+                    m_options.shapeCapture(m_capture.data(), captureFrames, hw);
                 }
-            }
-            m_position += captureFrames;
-            deliverCapture(m_capture.data(), captureFrames, hw);
-        });
+                deliverCapture(m_capture.data(), captureFrames, hw);
+            },
+            "velnor-capture");
         m_renderThread.start(
-            period, [this] { renderInto(m_render.data(), std::uint32_t(m_render.size())); });
+            period,
+            [this] {
+                renderInto(m_render.data(), std::uint32_t(m_render.size()));
+                if (m_options.rendered) {
+                    m_options.rendered(m_render.data(), std::uint32_t(m_render.size()));
+                }
+            },
+            "velnor-render");
         m_running = true;
         return std::nullopt;
     }

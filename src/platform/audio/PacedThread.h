@@ -6,6 +6,8 @@
 #include <mutex>
 #include <thread>
 
+#include <pthread.h>
+
 // A thread that runs a step at a steady period, as a sound card's clock would,
 // until it is stopped.
 class PacedThread {
@@ -15,10 +17,13 @@ public:
     PacedThread(const PacedThread&) = delete;
     PacedThread& operator=(const PacedThread&) = delete;
 
-    void start(std::chrono::microseconds period, std::function<void()> step) {
+    // `name` is the thread's name as tools show it (at most 15 characters).
+    void start(std::chrono::microseconds period, std::function<void()> step,
+               const char* name = "velnor-paced") {
         stop();
         m_stopping = false;
-        m_thread = std::thread([this, period, step = std::move(step)] {
+        m_thread = std::thread([this, period, name, step = std::move(step)] {
+            pthread_setname_np(pthread_self(), name);
             auto next = std::chrono::steady_clock::now();
             std::unique_lock lock(m_mutex);
             while (!m_stopping) {

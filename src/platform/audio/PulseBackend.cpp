@@ -15,10 +15,13 @@
 #include <functional>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 namespace {
 
-constexpr auto connectBound = std::chrono::seconds(3);
+// No wait on the sound server lasts longer than this; then it is an error.
+constexpr auto waitBound = std::chrono::seconds(2);
+const char* const noAnswer = "the sound server did not answer within 2 s";
 constexpr double blockSeconds = 0.020;
 // Events come in bursts (a new sink brings its monitor source); one report each.
 constexpr pa_usec_t coalesceUsec = 30 * 1000;
@@ -75,20 +78,49 @@ public:
                                PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) {
             return error();
         }
-        const auto deadline = std::chrono::steady_clock::now() + connectBound;
-        for (;;) {
-            pa_context_state_t state = pa_context_get_state(m_context);
-            if (state == PA_CONTEXT_READY) {
-                return std::nullopt;
-            }
-            if (!PA_CONTEXT_IS_GOOD(state)) {
-                return error();
-            }
-            if (std::chrono::steady_clock::now() > deadline) {
-                return AudioError{PA_ERR_TIMEOUT, pa_strerror(PA_ERR_TIMEOUT)};
+        bool failed = false;
+        auto bounded = waitFor([&] {
+            const pa_context_state_t state = pa_context_get_state(m_context);
+            failed = !PA_CONTEXT_IS_GOOD(state);
+            return state == PA_CONTEXT_READY || failed;
+        });
+        if (failed) {
+            return error();
+        }
+        return bounded;
+    }
+
+    // With the loop locked: waits until `done` holds, woken by the loop's
+    // signals, for at most the bound.
+    std::optional<AudioError> waitFor(const std::function<bool()>& done) {
+        if (done()) {
+            return std::nullopt;
+        }
+        struct Alarm {
+            pa_threaded_mainloop* loop;
+            bool rang = false;
+        } alarm{m_loop};
+        const auto bound = std::chrono::duration_cast<std::chrono::microseconds>(waitBound);
+        pa_time_event* timer = pa_context_rttime_new(
+            m_context, pa_rtclock_now() + pa_usec_t(bound.count()),
+            [](pa_mainloop_api*, pa_time_event*, const timeval*, void* data) {
+                auto* a = static_cast<Alarm*>(data);
+                a->rang = true;
+                pa_threaded_mainloop_signal(a->loop, 0);
+            },
+            &alarm);
+        std::optional<AudioError> result;
+        while (!done()) {
+            if (alarm.rang || timer == nullptr) {
+                result = AudioError{PA_ERR_TIMEOUT, noAnswer};
+                break;
             }
             pa_threaded_mainloop_wait(m_loop);
         }
+        if (timer != nullptr) {
+            pa_threaded_mainloop_get_api(m_loop)->time_free(timer);
+        }
+        return result;
     }
 
     void close() {
@@ -111,15 +143,18 @@ public:
         return AudioError{code, pa_strerror(code)};
     }
 
-    // With the loop locked: waits until the operation is done.
-    void wait(pa_operation* op) {
+    // With the loop locked: waits until the operation is done, within the bound.
+    // An operation that did not finish is cancelled, so its callback never runs.
+    std::optional<AudioError> wait(pa_operation* op) {
         if (op == nullptr) {
-            return;
+            return error();
         }
-        while (pa_operation_get_state(op) == PA_OPERATION_RUNNING) {
-            pa_threaded_mainloop_wait(m_loop);
+        auto failure = waitFor([op] { return pa_operation_get_state(op) != PA_OPERATION_RUNNING; });
+        if (failure) {
+            pa_operation_cancel(op);
         }
         pa_operation_unref(op);
+        return failure;
     }
 
     struct ServerInfo {
@@ -132,7 +167,7 @@ public:
             Connection* self;
             std::optional<ServerInfo> info;
         } ask{this, std::nullopt};
-        wait(pa_context_get_server_info(
+        (void)wait(pa_context_get_server_info(
             m_context,
             [](pa_context*, const pa_server_info* i, void* data) {
                 auto* a = static_cast<Ask*>(data);
@@ -179,6 +214,9 @@ public:
     }
 
     std::optional<AudioError> start() override {
+        if (auto unanswered = std::exchange(m_unanswered, std::nullopt)) {
+            return unanswered;
+        }
         if (auto failure = connect()) {
             return failure;
         }
@@ -249,14 +287,19 @@ public:
 
 protected:
     AudioFormat hardwareFormat() override {
-        if (connect()) {
+        if (auto failure = connect()) {
             // No server to ask: the format the record stream will ask for.
             m_guessedFormat = true;
+            if (failure->code == PA_ERR_TIMEOUT) {
+                m_unanswered = failure; // the start that follows need not wait again
+            }
             return guess;
         }
         LoopLock lock(m_connection->loop());
+        m_formatError.reset();
         auto info = m_connection->serverInfo();
         if (!info) {
+            m_formatError = AudioError{PA_ERR_TIMEOUT, noAnswer};
             return {};
         }
         struct Ask {
@@ -265,7 +308,7 @@ protected:
         } ask{m_connection->loop(), {}};
         const std::string source =
             m_options.source.empty() ? info->defaultSource : m_options.source;
-        m_connection->wait(pa_context_get_source_info_by_name(
+        m_formatError = m_connection->wait(pa_context_get_source_info_by_name(
             m_connection->context(), source.c_str(),
             [](pa_context*, const pa_source_info* i, int eol, void* data) {
                 auto* a = static_cast<Ask*>(data);
@@ -326,14 +369,16 @@ private:
             m_defaults = *info;
         }
         pa_context_set_subscribe_callback(m_connection->context(), &PulseEngine::onEvent, this);
-        m_connection->wait(pa_context_subscribe(
-            m_connection->context(),
-            pa_subscription_mask_t(PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SOURCE |
-                                   PA_SUBSCRIPTION_MASK_SERVER),
-            [](pa_context*, int, void* loop) {
-                pa_threaded_mainloop_signal(static_cast<pa_threaded_mainloop*>(loop), 0);
-            },
-            m_connection->loop()));
+        if (auto failure = m_connection->wait(pa_context_subscribe(
+                m_connection->context(),
+                pa_subscription_mask_t(PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SOURCE |
+                                       PA_SUBSCRIPTION_MASK_SERVER),
+                [](pa_context*, int, void* loop) {
+                    pa_threaded_mainloop_signal(static_cast<pa_threaded_mainloop*>(loop), 0);
+                },
+                m_connection->loop()))) {
+            return failure;
+        }
         return std::nullopt;
     }
 
@@ -381,20 +426,16 @@ private:
 
     // With the loop locked: waits until the stream is ready or has failed.
     std::optional<AudioError> waitReady(pa_stream* stream) {
-        const auto deadline = std::chrono::steady_clock::now() + connectBound;
-        for (;;) {
-            pa_stream_state_t state = pa_stream_get_state(stream);
-            if (state == PA_STREAM_READY) {
-                return std::nullopt;
-            }
-            if (!PA_STREAM_IS_GOOD(state)) {
-                return m_connection->error();
-            }
-            if (std::chrono::steady_clock::now() > deadline) {
-                return AudioError{PA_ERR_TIMEOUT, pa_strerror(PA_ERR_TIMEOUT)};
-            }
-            pa_threaded_mainloop_wait(m_connection->loop());
+        bool failed = false;
+        auto bounded = m_connection->waitFor([&] {
+            const pa_stream_state_t state = pa_stream_get_state(stream);
+            failed = !PA_STREAM_IS_GOOD(state);
+            return state == PA_STREAM_READY || failed;
+        });
+        if (failed) {
+            return m_connection->error();
         }
+        return bounded;
     }
 
     static void onStreamState(pa_stream*, void* self) {
@@ -439,6 +480,9 @@ private:
 
     std::optional<AudioError> openRecord(AudioFormat format) {
         if (!format.valid()) {
+            if (m_formatError) {
+                return m_formatError;
+            }
             return AudioError{PA_ERR_NOENTITY, "no input device"};
         }
         pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, std::uint32_t(format.sampleRate),
@@ -634,6 +678,8 @@ private:
     pa_time_event* m_latencyTimer = nullptr;
     pa_time_event* m_coalesce = nullptr;
     AudioFormat m_recordFormat;
+    std::optional<AudioError> m_formatError; // why the last format query gave nothing
+    std::optional<AudioError> m_unanswered;  // a connection that just timed out
     std::unique_ptr<SampleRing> m_ring;
     std::thread m_captureThread;
     std::mutex m_captureMutex;
@@ -660,37 +706,18 @@ bool PulseBackend::builtIn(const std::string& formFactor, const std::string& bus
     return portType == std::uint32_t(PA_DEVICE_PORT_TYPE_SPEAKER);
 }
 
+PulseBackend::PulseBackend(Options options)
+    : m_options(std::move(options)),
+      m_watch(std::make_unique<PulseOutputWatch>(m_options.server, m_options.applicationName)) {}
+
+PulseBackend::~PulseBackend() = default;
+
 bool PulseBackend::outputIsBuiltIn() {
-    Connection connection;
-    if (connection.open(m_options.server, m_options.applicationName)) {
-        return false;
-    }
-    LoopLock lock(connection.loop());
-    auto info = connection.serverInfo();
-    if (!info) {
-        return false;
-    }
-    struct Ask {
-        pa_threaded_mainloop* loop;
-        bool builtIn = false;
-    } ask{connection.loop()};
-    connection.wait(pa_context_get_sink_info_by_name(
-        connection.context(), info->defaultSink.c_str(),
-        [](pa_context*, const pa_sink_info* i, int eol, void* data) {
-            auto* a = static_cast<Ask*>(data);
-            if (eol == 0 && i != nullptr) {
-                const char* form = pa_proplist_gets(i->proplist, PA_PROP_DEVICE_FORM_FACTOR);
-                const char* bus = pa_proplist_gets(i->proplist, PA_PROP_DEVICE_BUS);
-                std::optional<std::uint32_t> port;
-                if (i->active_port != nullptr) {
-                    port = i->active_port->type;
-                }
-                a->builtIn = builtIn(form ? form : "", bus ? bus : "", port);
-            }
-            pa_threaded_mainloop_signal(a->loop, 0);
-        },
-        &ask));
-    return ask.builtIn;
+    return m_watch->builtIn();
+}
+
+int PulseBackend::outputAnswers() const {
+    return m_watch->answers();
 }
 
 PulseLatency pulseLatency(AudioEngine& engine) {

@@ -1,8 +1,10 @@
 #pragma once
 
 #include "audio/AudioBackend.h"
+#include "audio/PulseOutputWatch.h"
 #include "audio/VoiceProcessor.h"
 
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -22,11 +24,16 @@ public:
         std::string source; // empty: the default source
     };
 
-    PulseBackend() = default;
-    explicit PulseBackend(Options options) : m_options(std::move(options)) {}
+    PulseBackend() : PulseBackend(Options{}) {}
+    explicit PulseBackend(Options options);
+    ~PulseBackend() override;
 
     std::unique_ptr<AudioEngine> makeEngine() override;
+    // Read from a context kept open for the backend's life and updated by the
+    // server's events: it never waits on the server.
     bool outputIsBuiltIn() override;
+    // How many times the default output has been looked at so far.
+    int outputAnswers() const;
 
     // The rule behind outputIsBuiltIn: a sink's form factor decides when it has
     // one, else its active port's type; USB and Bluetooth are never built in.
@@ -35,6 +42,7 @@ public:
 
 private:
     Options m_options;
+    std::unique_ptr<PulseOutputWatch> m_watch;
 };
 
 // What the PulseAudio engine measures, for benchmarks.

@@ -413,3 +413,23 @@ TEST(CallAudioNull, SilenceStillMakesFrames) {
     ASSERT_TRUE(call->waitForFrames(5, 3s));
     EXPECT_TRUE(allZero(call->written()[4]));
 }
+
+TEST(CallAudioStop, AfterTheCaptureFailedStopStillStopsPlaybackBeforeLettingGo) {
+    FileBackend::Options options;
+    options.realTime = true;
+    auto backend = std::make_shared<FileBackend>(options);
+    auto audio = CallAudio::make(backend);
+    auto call = std::make_shared<FakeCall>();
+    ASSERT_EQ(startAndWait(*audio, call), std::nullopt);
+    ASSERT_TRUE(waitUntil([&] { return call->reads() >= 5; }, 5s));
+
+    // The microphone's stream is gone and the engine says it is not running,
+    // while playback still pulls from the call.
+    ASSERT_TRUE(backend->loseCapture());
+    const int reads = call->reads();
+    ASSERT_TRUE(waitUntil([&] { return call->reads() >= reads + 3; }, 5s));
+
+    audio->stop();
+    EXPECT_EQ(backend->sourcesDetachedWhileRendering(), 0);
+    EXPECT_EQ(CallAudioProbe::call(*audio), nullptr);
+}

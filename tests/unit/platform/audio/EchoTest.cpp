@@ -21,12 +21,22 @@ TEST(EchoCancellation, TheEchoGoesDeepAndFastAndTheNearEndStaysInDoubleTalk) {
     EXPECT_GT(tuned.erleEarlyDb, 20.0);
     EXPECT_GT(tuned.erleSecondDb, 30.0);
     EXPECT_GT(tuned.erleSteadyDb, 35.0);
-    EXPECT_GT(tuned.nearChangeDb, -3.5);
-    // Against the library's defaults: faster, as deep, and the near end ducked less.
+    // Moderate suppression ducks the near end more than the defaults' -4 dB; it
+    // is what keeps a real room's echo down.
+    EXPECT_GT(tuned.nearChangeDb, -6.0);
+    // Against the library's defaults: faster and as deep.
     EXPECT_GE(tuned.erleEarlyDb, plain.erleEarlyDb);
     EXPECT_GE(tuned.erleSecondDb, plain.erleSecondDb - 1.0);
     EXPECT_GT(tuned.erleSteadyDb, plain.erleSteadyDb - 1.0);
-    EXPECT_GT(tuned.nearChangeDb, plain.nearChangeDb + 0.5);
+}
+
+TEST(EchoCancellation, TheEchoStaysCancelledWhenTheDelayToldIs40msOffEitherWay) {
+    const EchoScene scene = makeEchoScene(150);
+    const VoiceSettings settings = withoutGain(VoiceSettings::tuned());
+    const EchoFigures early = measureEcho(scene, settings, 110);
+    const EchoFigures late = measureEcho(scene, settings, 190);
+    EXPECT_GE(early.erleSteadyDb, 25.0);
+    EXPECT_GE(late.erleSteadyDb, 25.0);
 }
 
 TEST(EchoCancellation, TheReportedDelayDecides) {
