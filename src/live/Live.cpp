@@ -129,6 +129,10 @@ Live::~Live() {
     stop();
 }
 
+bool Live::waiting() const {
+    return m_run && m_run->waiter;
+}
+
 void Live::start() {
     if (m_run) {
         return;

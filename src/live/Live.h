@@ -91,6 +91,8 @@ public:
     const QSet<QString>& topics() const { return m_topics; }
     const std::optional<QString>& followedSipCallId() const { return m_followedSipCallId; }
     bool running() const { return m_run != nullptr; }
+    // The loop is waiting out its back-off before the next attempt.
+    bool waiting() const;
     // The latest socket; it stays after failing until the next one replaces it.
     const std::shared_ptr<LiveSocket>& task() const { return m_task; }
 
