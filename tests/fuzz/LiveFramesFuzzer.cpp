@@ -61,6 +61,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     });
     // The whole road of a frame: envelope, dispatch and reducer. A frame that
     // is no envelope fails the task, which nobody awaits here.
-    live().handle(bytes, LiveSocket::make());
+    static const auto socket = LiveSocket::make();
+    live().handle(bytes, socket);
     return 0;
 }

@@ -201,3 +201,34 @@ TEST_F(LiveServer, DeltasArriveInOrderAndShowOnTheModels) {
     EXPECT_EQ(live.myCallsModel()->rowCount(), 0);
     EXPECT_FALSE(live.lastDecodeError()) << live.lastDecodeErrorText().toStdString();
 }
+
+TEST_F(LiveServer, TheDemoActivityReachesThePresenceModelWithinASecond) {
+    live.start();
+    ASSERT_TRUE(spinUntil([&] { return live.presence().size() == 12; }));
+    int changes = 0;
+    QObject::connect(live.presenceModel(), &QAbstractItemModel::dataChanged, [&] { ++changes; });
+    // A step may give a colleague the word they had; over ten, some change.
+    for (int tick = 0; tick < 10; ++tick) {
+        server.control("POST", "demo/tick");
+        // The server's own view after the step, which the model must show.
+        const json model = server.control("GET", "model");
+        std::map<std::string, std::string> expected;
+        for (const auto& user : model.at("users")) {
+            expected[user.at("id")] = user.at("presence");
+        }
+        ASSERT_EQ(expected.size(), 12u);
+        EXPECT_TRUE(spinUntil(
+            [&] {
+                for (const auto& [id, presence] : expected) {
+                    if (live.presenceModel()->presenceOf(QString::fromStdString(id)) !=
+                        QString::fromStdString(presence)) {
+                        return false;
+                    }
+                }
+                return true;
+            },
+            1s))
+            << "tick " << tick;
+    }
+    EXPECT_GT(changes, 0);
+}
