@@ -319,7 +319,9 @@ PresenceSnapshot PresenceSnapshot::fromJson(const Json& value) {
         throw DecodeError("key \"users\": expected an object");
     }
     s.users.reserve(qsizetype(users.size()));
-    for (const auto& [id, entry] : users.items()) {
+    for (auto it = users.begin(); it != users.end(); ++it) {
+        const std::string& id = it.key();
+        const Json& entry = it.value();
         const Json& e = within("users", [&]() -> const Json& { return object(entry, id.c_str()); });
         const QString word = within("users", [&] { return requiredText(e, "state"); });
         s.users.append({textOf(id), within("users", [&] { return presenceFromText(word); })});
@@ -329,7 +331,9 @@ PresenceSnapshot PresenceSnapshot::fromJson(const Json& value) {
             throw DecodeError("key \"groups\": expected an object");
         }
         QList<std::pair<QString, qint64>> counts;
-        for (const auto& [id, entry] : groups->items()) {
+        for (auto it = groups->begin(); it != groups->end(); ++it) {
+            const std::string& id = it.key();
+            const Json& entry = it.value();
             const Json& g =
                 within("groups", [&]() -> const Json& { return object(entry, id.c_str()); });
             counts.append(
