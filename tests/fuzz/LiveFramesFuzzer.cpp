@@ -17,7 +17,7 @@ template <typename Read> void tryRead(Read read) {
 
 // One Live for the whole run: frames of every kind pile into its state, so
 // that the reducers meet each other's leftovers as they would on a socket.
-Live& live() {
+Live& sharedLive() {
     static int argc = 1;
     static char name[] = "fuzz_live";
     static char* argv[] = {name, nullptr};
@@ -62,6 +62,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // The whole road of a frame: envelope, dispatch and reducer. A frame that
     // is no envelope fails the task, which nobody awaits here.
     static const auto socket = LiveSocket::make();
-    live().handle(bytes, socket);
+    sharedLive().handle(bytes, socket);
     return 0;
 }
