@@ -144,18 +144,22 @@ void Server::addControlRoutes() {
         }
         return ok(Json{{"sockets", list}, {"silentNew", m_silentSockets}});
     });
-    // {"frame": {...} or "raw text", "topic": optional}
+    // {"frame": {...} or "raw text", "topic": optional}, or {"frames": [...]} for a burst in order
     add("POST", "_control/live/push", false, [this](const HttpRequest& r, const Params&, Context&) {
-        BODY if (!b->contains("frame")) return bad(400, "\"frame\" is required");
-        const Json& frame = (*b)["frame"];
-        const auto text = frame.is_string() ? QString::fromStdString(frame.get<std::string>())
-                                            : QString::fromUtf8(dumpJson(frame));
+        BODY if (!b->contains("frame") && !(b->contains("frames") && (*b)["frames"].is_array()))
+            return bad(400, "\"frame\" or \"frames\" is required");
+        const Json frames = b->contains("frames") ? (*b)["frames"] : Json::array({(*b)["frame"]});
+        QStringList texts;
+        for (const Json& frame : frames)
+            texts.append(frame.is_string() ? QString::fromStdString(frame.get<std::string>())
+                                           : QString::fromUtf8(dumpJson(frame)));
         const auto topic = b->value("topic", "");
         int count = 0;
         for (auto& s : m_sockets) {
             if (s.silent || (!topic.empty() && !s.topics.contains(topic)))
                 continue;
-            s.ws->sendTextMessage(text);
+            for (const QString& text : texts)
+                s.ws->sendTextMessage(text);
             ++count;
         }
         return ok(Json{{"sent", count}});

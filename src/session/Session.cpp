@@ -23,7 +23,18 @@ std::optional<QString> firstItem(const QList<QPair<QString, QString>>& items, co
 
 Session::Session(SettingsStore& settings, SecureStore& secrets, Clock& clock, QObject* parent)
     : QObject(parent), m_settings(settings), m_secrets(secrets), m_clock(clock),
-      m_server(savedServer(settings)), m_api(API::make(m_server, secrets, clock)) {}
+      m_server(savedServer(settings)), m_api(API::make(m_server, secrets, clock)),
+      m_live(std::make_unique<Live>(
+          [self = QPointer<Session>(this)] { return liveConnection(self); }, clock)) {}
+
+QCoro::Task<API::LiveConnection> Session::liveConnection(QPointer<Session> session) {
+    if (!session) {
+        throw API::Failure::signedOut();
+    }
+    // The API of the moment: a change of server reaches the next socket.
+    auto api = session->m_api;
+    co_return co_await api->liveConnection();
+}
 
 Session::~Session() = default;
 
@@ -220,6 +231,7 @@ QCoro::Task<> Session::enter() {
     }
     // Then, each handling its own failures: live updates, queues, the
     // directory, the first page of the call history, voicemail.
+    m_live->start();
 }
 
 QCoro::Task<> Session::signOut(bool removeDevice) {
@@ -253,7 +265,11 @@ void Session::signOutKeepingDeviceFromScreen() {
 }
 
 void Session::resetLocal() {
-    // Live updates stop, queues and the directory cache are emptied, and the
+    // Live updates stop first, and what they showed is forgotten; the topics
+    // and the followed call stay for the next follow or watchQueues to sort out.
+    m_live->stop();
+    m_live->clearState();
+    // Queues and the directory cache are emptied, and the
     // phone is stopped and given the empty account here, once they exist.
     m_settings.remove(QString::fromLatin1(deviceIdKey));
     setMe(std::nullopt);

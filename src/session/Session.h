@@ -2,11 +2,13 @@
 
 #include "api/API.h"
 #include "api/Records.h"
+#include "live/Live.h"
 #include "platform/Clock.h"
 #include "platform/SecureStore.h"
 #include "platform/SettingsStore.h"
 
 #include <QObject>
+#include <QPointer>
 #include <QString>
 #include <QUrl>
 
@@ -29,6 +31,7 @@ class Session : public QObject {
     Q_PROPERTY(QUrl server READ server NOTIFY serverChanged)
     Q_PROPERTY(QString serverText READ serverText NOTIFY serverChanged)
     Q_PROPERTY(QString userName READ userName NOTIFY meChanged)
+    Q_PROPERTY(Live* live READ liveObject CONSTANT)
 public:
     enum class State { loading, signedOut, signingIn, signedIn };
     Q_ENUM(State)
@@ -61,6 +64,9 @@ public:
     const QUrl& server() const { return m_server; }
     QString serverText() const { return m_server.toString(); }
     API& api() { return *m_api; }
+    // The live updates of this session; one for the life of the Session.
+    Live& live() { return *m_live; }
+    Live* liveObject() { return m_live.get(); }
     const std::optional<PendingAuth>& pendingAuth() const { return m_pendingAuth; }
 
     // How the browser is opened; the shell gives the desktop's. False when it could not be.
@@ -112,6 +118,9 @@ private:
     void setMe(std::optional<Me> me);
     QCoro::Task<> completeSignIn(QUrl url, PendingAuth pending);
     static QUrl savedServer(const SettingsStore& settings);
+    // Where Live connects, asked of the current API each time; a Session that is gone is signed
+    // out.
+    static QCoro::Task<API::LiveConnection> liveConnection(QPointer<Session> session);
 
     SettingsStore& m_settings;
     SecureStore& m_secrets;
@@ -125,4 +134,5 @@ private:
     std::shared_ptr<API> m_api;
     std::optional<PendingAuth> m_pendingAuth;
     std::function<bool(const QUrl&)> m_openBrowser;
+    std::unique_ptr<Live> m_live;
 };

@@ -2,6 +2,7 @@
 
 #include "platform/Log.h"
 
+#include <QDBusConnection>
 #include <QDesktopServices>
 #include <QFontDatabase>
 #include <QGuiApplication>
@@ -37,11 +38,22 @@ void Application::init(SettingsStore& settings, SecureStore& secrets) {
     m_session = std::make_unique<Session>(settings, secrets);
     m_session->setOpenBrowser([](const QUrl& url) { return QDesktopServices::openUrl(url); });
     m_engine.addImportPath(QStringLiteral("qrc:/"));
+    // Live updates: after a resume or when the network returns, the socket is
+    // replaced at once rather than after the back-off.
+    Live& live = m_session->live();
+    connect(&m_wakeups, &SystemWakeups::resumed, &live, &Live::reconnectNow);
+    connect(&m_wakeups, &SystemWakeups::networkUp, &live, &Live::reconnectNow);
+    m_wakeups.watchSleep(QDBusConnection::systemBus());
+    m_wakeups.watchNetwork();
     connect(&m_appearance, &Appearance::darkChanged, this, [this] {
         if (QObject* p = palette()) {
             p->setProperty("dark", m_appearance.dark());
         }
     });
+}
+
+void Application::activeSipCallIdChanged(const std::optional<QString>& sipCallId) {
+    m_session->live().follow(sipCallId);
 }
 
 void Application::describe() {

@@ -4,6 +4,7 @@
 #include "platform/SettingsStore.h"
 #include "session/Session.h"
 #include "shell/Appearance.h"
+#include "shell/SystemWakeups.h"
 
 #include <QObject>
 #include <QQmlApplicationEngine>
@@ -48,6 +49,12 @@ public:
     // The bundled IBM Plex Sans cuts; false when one of them did not load.
     static bool loadFonts();
 
+    // --- Live updates ---
+    // The phone's active call changed: live updates follow the server's view of it.
+    void activeSipCallIdChanged(const std::optional<QString>& sipCallId);
+    SystemWakeups& wakeups() { return m_wakeups; }
+    // --- end of live updates ---
+
 private:
     void init(SettingsStore& settings, SecureStore& secrets);
 
@@ -56,4 +63,5 @@ private:
     std::unique_ptr<Session> m_session;
     QQmlApplicationEngine m_engine;
     Appearance m_appearance;
+    SystemWakeups m_wakeups;
 };

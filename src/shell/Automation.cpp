@@ -14,6 +14,11 @@ Automation::Automation(Application& app, QObject* parent) : QObject(parent), m_a
     connect(&session, &Session::serverChanged, this, [this] { changed("Server", server()); });
     connect(&session, &Session::meChanged, this, [this] { changed("UserName", userName()); });
     connect(&session, &Session::errorChanged, this, [this] { changed("Error", error()); });
+    Live& live = session.live();
+    connect(&live, &Live::connectedChanged, this,
+            [this] { changed("LiveConnected", liveConnected()); });
+    connect(&live, &Live::lastDecodeErrorChanged, this,
+            [this] { changed("LiveDecodeError", liveDecodeError()); });
 }
 
 bool Automation::publish() {
@@ -55,6 +60,14 @@ QString Automation::userName() const {
 
 QString Automation::error() const {
     return m_app.session().errorText();
+}
+
+bool Automation::liveConnected() const {
+    return m_app.session().live().connected();
+}
+
+QString Automation::liveDecodeError() const {
+    return m_app.session().live().lastDecodeErrorText();
 }
 
 void Automation::SignIn() {

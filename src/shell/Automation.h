@@ -16,6 +16,8 @@ class Automation : public QObject {
     Q_PROPERTY(QString Server READ server)
     Q_PROPERTY(QString UserName READ userName)
     Q_PROPERTY(QString Error READ error)
+    Q_PROPERTY(bool LiveConnected READ liveConnected)
+    Q_PROPERTY(QString LiveDecodeError READ liveDecodeError)
 public:
     static constexpr char serviceName[] = "net.velnor.rz";
     static constexpr char objectPath[] = "/net/velnor/rz";
@@ -31,6 +33,8 @@ public:
     QString server() const;
     QString userName() const;
     QString error() const;
+    bool liveConnected() const;
+    QString liveDecodeError() const;
 
 public slots:
     void SignIn();

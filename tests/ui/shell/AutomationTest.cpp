@@ -103,6 +103,23 @@ TEST_F(Automation, SignInSignsInThroughTheBrowserAndAnnouncesEachChange) {
     EXPECT_TRUE(waitForAnnounced("UserName", "Anna Berger"));
 }
 
+TEST_F(Automation, LiveUpdatesConnectOnceSignedInAndTellAFrameThatDidNotRead) {
+    startApp();
+    ASSERT_TRUE(waitForProperty("State", "signedOut"));
+    EXPECT_EQ(property("LiveConnected"), "false");
+    callMethod("SignIn");
+    ASSERT_TRUE(waitForProperty("State", "signedIn"));
+    ASSERT_TRUE(waitForProperty("LiveConnected", "true"));
+    EXPECT_TRUE(waitForAnnounced("LiveConnected", "true"));
+    const std::string frame = R"({"type":"delta","topic":"presence","data":{"state":"away"}})";
+    server.control("POST", "live/push", {{"frame", frame}});
+    const QString expected =
+        QStringLiteral("delta presence: key \"state\": unknown value \"away\" · ") +
+        QString::fromStdString(frame);
+    ASSERT_TRUE(waitForProperty("LiveDecodeError", expected));
+    EXPECT_TRUE(waitForAnnounced("LiveDecodeError", expected));
+}
+
 TEST_F(Automation, CancelSignInGoesBackToSignedOut) {
     // A browser that never comes back.
     QFile script(browser);
