@@ -45,6 +45,8 @@ void Server::addControlRoutes() {
         const auto devices = m_model.devices;
         m_model.loadDemo(m_config.directorySize);
         m_model.devices = devices;
+        if (m_phone)
+            addPhoneFixtures();
         m_faults.clear();
         m_requests = Json::array();
         return ok();
