@@ -241,6 +241,10 @@ void Server::fileVoicemail(const std::string& sipCallId, int attempt) {
         if (seconds < 0)
             break; // still being written: look again shortly
         m_filedRecordings.insert(info.fileName());
+        // The message keeps the audio; the recorder's files of the call go.
+        QFile::remove(info.filePath());
+        QFile::remove(
+            info.filePath().replace(QLatin1String("-dec.wav"), QLatin1String("-enc.wav")));
         const auto dialog = m_router.takeVoicemail(sipCallId);
         if (!dialog)
             return;

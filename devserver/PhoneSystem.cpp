@@ -293,14 +293,14 @@ void PhoneSystem::start(const std::vector<PartyAccount>& parties) {
     m_parties = parties;
     m_startedMs = QDateTime::currentMSecsSinceEpoch();
     const QString dir = m_options.stateDir;
-    m_rtpengine.start(
-        "rtpengine",
-        {"--config-file=none", "--foreground", "--table=-1", "--interface=127.0.0.1",
-         "--listen-ng=127.0.0.1:" + QString::number(m_ngPort),
-         "--port-min=" + QString::number(m_rtpMin), "--port-max=" + QString::number(m_rtpMin + 399),
-         "--log-stderr", "--log-level=" + QString(qgetenv("RZ_PHONE_LOG") == "1" ? "6" : "3"),
-         "--no-fallback", "--delete-delay=0", "--pidfile=" + dir + "/run/rtpengine.pid"},
-        dir);
+    m_rtpengine.start("rtpengine",
+                      {"--config-file=none", "--foreground", "--table=-1", "--interface=127.0.0.1",
+                       "--listen-ng=127.0.0.1:" + QString::number(m_ngPort),
+                       "--port-min=" + QString::number(m_rtpMin),
+                       "--port-max=" + QString::number(m_rtpMin + 399), "--log-stderr",
+                       "--log-level=" + QString(qgetenv("RZ_PHONE_LOG") == "1" ? "6" : "3"),
+                       "--no-fallback", "--delete-delay=0"},
+                      dir);
     startKamailio();
     startSipp(m_echo, echoScenario, m_echoPort, m_echoMediaPort);
     startSipp(m_busy, busyScenario, m_busyPort, m_busyMediaPort);
@@ -338,10 +338,9 @@ void PhoneSystem::start(const std::vector<PartyAccount>& parties) {
 void PhoneSystem::startKamailio() {
     const QString dir = m_options.stateDir;
     m_kamailioUp = false;
-    m_kamailio.start("kamailio",
-                     {"-f", dir + "/kamailio.cfg", "-DD", "-E", "-m", "48", "-M", "8", "-P",
-                      dir + "/run/kamailio.pid", "-Y", dir + "/run"},
-                     dir);
+    m_kamailio.start(
+        "kamailio",
+        {"-f", dir + "/kamailio.cfg", "-DD", "-E", "-m", "48", "-M", "8", "-Y", dir + "/run"}, dir);
 }
 
 void PhoneSystem::startSipp(Daemon& daemon, const QString& scenario, quint16 port,
