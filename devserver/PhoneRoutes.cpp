@@ -300,6 +300,32 @@ void Server::onRecorderEvent(const Json& event) {
     });
 }
 
+// Emma rings Anna, when one of Anna's own devices is registered and she is on no call.
+bool Server::demoCall() {
+    if (!m_phone || !m_phone->isReady() || !m_phone->colleagues())
+        return false;
+    const User* anna = m_model.user("u-001");
+    if (!anna || anna->presence == "dnd")
+        return false;
+    for (const auto& [id, d] : m_router.dialogs()) {
+        if (d.callerUserId == anna->id || d.liveIds.contains(anna->id))
+            return false;
+    }
+    bool registered = false;
+    const qint64 now = m_clock.nowMs();
+    for (const auto& [contact, r] : m_registrations) {
+        for (const auto& d : m_model.devices) {
+            registered = registered ||
+                         (d.userId == anna->id && d.sipUsername == r.sipUser && r.expiresMs > now);
+        }
+    }
+    if (!registered)
+        return false;
+    m_phone->colleagues()->command("uafind", "sip:acme.205.party@" + m_model.realm);
+    m_phone->colleagues()->command("dial", "sip:" + anna->extension + "@" + m_model.realm);
+    return true;
+}
+
 void Server::addPhoneRoutes() {
     // kamailio's questions. Plain text, so that its script can read the answer.
     add("GET", "_control/phone/sip/password", false,

@@ -189,6 +189,13 @@ void Server::startDemoActivity() {
     timer->setInterval(6000);
     connect(timer, &QTimer::timeout, this, &Server::demoTick);
     timer->start();
+    if (m_phone) {
+        // About once a minute a colleague rings Anna, when she has a phone and is free.
+        auto* caller = new QTimer(this);
+        caller->setInterval(60000);
+        connect(caller, &QTimer::timeout, this, [this] { demoCall(); });
+        caller->start();
+    }
 }
 
 void Server::demoTick() {

@@ -149,6 +149,7 @@ private:
     void onColleagueEvent(const Json& event);
     void onRecorderEvent(const Json& event);
     void fileVoicemail(const std::string& sipCallId, int attempt);
+    bool demoCall();
     Json phoneJson() const;
 
     // Control interface.

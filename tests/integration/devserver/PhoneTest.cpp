@@ -262,3 +262,17 @@ TEST(DevServerPhone, TheRegistrarGoesDownAndComesBackThroughControl) {
     Agent app(server, device, "tcp", toneWav(server.folder(), 1000));
     EXPECT_TRUE(app.waitRegistered()) << app.output();
 }
+
+TEST(DevServerPhone, TheDemoRingsAnnasAppWhenSheHasOneAndIsFree) {
+    PhoneServer server({"--demo"});
+    // No phone of Anna's yet: nobody calls.
+    EXPECT_FALSE(server.control("POST", "demo/tick").at("called").get<bool>());
+    const auto device = server.provision("u-001", "install-demo");
+    Agent app(server, device, "tcp", toneWav(server.folder(), 1000));
+    ASSERT_TRUE(app.waitRegistered()) << app.output();
+    EXPECT_TRUE(server.control("POST", "demo/tick").at("called").get<bool>());
+    const auto incoming = app.waitEvent({"CALL_INCOMING"});
+    EXPECT_NE(incoming.dump().find("acme.205.party"), std::string::npos) << incoming.dump();
+    // While she is on that call, the demo leaves her alone.
+    EXPECT_FALSE(server.control("POST", "demo/tick").at("called").get<bool>());
+}
