@@ -150,8 +150,18 @@ RouteAnswer CallRouter::route(const std::string& sipCallId, const std::string& f
     if (!d.callerUserId.empty())
         d.liveIds[d.callerUserId] = m_model.nextId("call-");
     if (d.mailbox.empty()) {
-        for (const auto& userId : d.calleeUserIds)
-            d.liveIds[userId] = m_model.nextId("call-");
+        // Only those with a phone are rung; a member without one never sees the call.
+        std::vector<std::string> rung;
+        for (const auto& userId : d.calleeUserIds) {
+            const bool hasPhone =
+                std::any_of(m_model.devices.begin(), m_model.devices.end(),
+                            [&](const Device& dev) { return dev.userId == userId; });
+            if (hasPhone) {
+                d.liveIds[userId] = m_model.nextId("call-");
+                rung.push_back(userId);
+            }
+        }
+        d.calleeUserIds = rung;
     }
     auto& stored = m_dialogs[sipCallId] = std::move(d);
     if (!stored.callerUserId.empty())

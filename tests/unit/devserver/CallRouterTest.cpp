@@ -1,0 +1,178 @@
+#include "CallRouter.h"
+
+#include <gtest/gtest.h>
+
+using namespace rzdev;
+
+namespace {
+
+// The demo company with phones: Anna has two devices, Frank one, David a
+// party at a fixed address; the recorder is at a known URI.
+struct Phones {
+    Phones() {
+        model.loadDemo(12);
+        addDevice("dev-a1", "u-001", "acme.201.a1");
+        addDevice("dev-a2", "u-001", "acme.201.a2");
+        addDevice("dev-f", "u-006", "acme.206.f");
+        addDevice("dev-e", "u-005", "acme.205.e");
+        Device busy;
+        busy.id = "dev-d";
+        busy.userId = "u-004";
+        busy.sipUsername = "acme.204.d";
+        busy.contact = "sip:busy@127.0.0.1:5999;transport=tcp";
+        model.devices.push_back(busy);
+    }
+    void addDevice(const char* id, const char* user, const char* sip) {
+        Device d;
+        d.id = id;
+        d.userId = user;
+        d.sipUsername = sip;
+        model.devices.push_back(d);
+    }
+    Clock clock;
+    Model model{clock};
+    CallRouter router{model, {"sip:voicemail@127.0.0.1:5998;transport=tcp", 20000}};
+};
+
+} // namespace
+
+TEST(DevServerCallRouter, ADialledTextBecomesItsDigits) {
+    EXPECT_EQ(CallRouter::normalise("sip:201@rz.local;transport=tcp"), "201");
+    EXPECT_EQ(CallRouter::normalise("+49 30 555201"), "+4930555201");
+    EXPECT_EQ(CallRouter::normalise("tel:600"), "600");
+    EXPECT_EQ(CallRouter::normalise("sip:abc@rz.local"), "");
+}
+
+TEST(DevServerCallRouter, AnExtensionReachesEveryDeviceOfTheUserWithTheMailboxTime) {
+    Phones p;
+    CallChanges changes;
+    const auto answer = p.router.route("c1", "acme.205.e", "", "201", changes);
+    EXPECT_EQ(answer.text, "users|20000|acme.201.a1|acme.201.a2|end");
+    // Emma's and Anna's calls are both on their "calls:mine", ringing.
+    ASSERT_EQ(changes.upserted.size(), 2u);
+    const auto* anna = p.model.call(p.router.dialog("c1")->liveIds.at("u-001"));
+    ASSERT_NE(anna, nullptr);
+    EXPECT_EQ(anna->call.at("state"), "ringing");
+    EXPECT_EQ(anna->call.at("direction"), "inbound");
+    EXPECT_EQ(anna->call.at("myLegs").size(), 2u);
+    EXPECT_EQ(anna->call.at("myLegs")[0].at("sipCallId"), "c1");
+    EXPECT_EQ(p.model.user("u-001")->presence, "ringing");
+}
+
+TEST(DevServerCallRouter, AUsersDirectNumberReachesThemToo) {
+    Phones p;
+    CallChanges changes;
+    EXPECT_EQ(p.router.route("c1", "acme.205.e", "", "+4930555201", changes).text,
+              "users|20000|acme.201.a1|acme.201.a2|end");
+}
+
+TEST(DevServerCallRouter, AGroupForksToItsMembersDevicesButNotTheCallers) {
+    Phones p;
+    CallChanges changes;
+    // Sales: Anna, Frank, Grace. Anna calls it: only Frank has a phone among the others.
+    EXPECT_EQ(p.router.route("c1", "acme.201.a1", "", "600", changes).text,
+              "users|0|acme.206.f|end");
+}
+
+TEST(DevServerCallRouter, AnUnknownNumberIsRefused) {
+    Phones p;
+    CallChanges changes;
+    EXPECT_EQ(p.router.route("c1", "acme.205.e", "", "777", changes).text, "reject|404|Not Found");
+    EXPECT_TRUE(p.router.dialogs().empty());
+}
+
+TEST(DevServerCallRouter, APartyAtAFixedAddressIsCalledThere) {
+    Phones p;
+    CallChanges changes;
+    EXPECT_EQ(p.router.route("c1", "acme.201.a1", "", "204", changes).text,
+              "uri|sip:busy@127.0.0.1:5999;transport=tcp");
+}
+
+TEST(DevServerCallRouter, AUserWithoutAPhoneGoesStraightToTheMailbox) {
+    Phones p;
+    CallChanges changes;
+    // Ben has box-202 only after the phone system gives him one.
+    p.model.user("u-002")->voicemailBoxId = "box-202";
+    EXPECT_EQ(p.router.route("c1", "acme.201.a1", "", "202", changes).text,
+              "uri|sip:voicemail@127.0.0.1:5998;transport=tcp");
+    EXPECT_EQ(p.router.dialog("c1")->mailbox, "box-202");
+}
+
+TEST(DevServerCallRouter, AnsweringOnOneDeviceEndsTheOtherMembersRinging) {
+    Phones p;
+    CallChanges routed;
+    p.router.route("c1", "acme.205.e", "", "600", routed);
+    const auto annaLive = p.router.dialog("c1")->liveIds.at("u-001");
+    CallChanges answered;
+    p.router.answered("c1", "acme.206.f-0x1234", answered);
+    ASSERT_EQ(answered.ended.size(), 1u);
+    EXPECT_EQ(answered.ended[0], std::make_pair(std::string("u-001"), annaLive));
+    EXPECT_EQ(p.model.user("u-006")->presence, "busy");
+    // Anna's row says someone else took it.
+    const auto& row = p.model.callLog.front();
+    EXPECT_EQ(row.userId, "u-001");
+    EXPECT_EQ(row.row.at("result"), "answered_elsewhere");
+    EXPECT_EQ(row.row.at("answeredBy"), "u-006");
+}
+
+TEST(DevServerCallRouter, AFinishedCallLeavesALogRowForEachSide) {
+    Phones p;
+    CallChanges changes;
+    p.router.route("c1", "acme.205.e", "", "201", changes);
+    p.router.answered("c1", "acme.201.a2", changes);
+    CallChanges ended;
+    p.router.ended("c1", ended);
+    EXPECT_EQ(ended.ended.size(), 2u);
+    EXPECT_TRUE(p.model.calls.empty());
+    EXPECT_TRUE(p.router.dialogs().empty());
+    const auto page = p.model.callLogPage("u-001", 1, std::nullopt);
+    const auto row = page.at("calls").at(0);
+    EXPECT_EQ(row.at("from"), "205");
+    EXPECT_EQ(row.at("to"), "201");
+    EXPECT_EQ(row.at("direction"), "internal");
+    EXPECT_EQ(row.at("result"), "answered");
+    EXPECT_EQ(row.at("mine").at("answeredByMe"), true);
+    EXPECT_EQ(p.model.user("u-001")->presence, "idle");
+}
+
+TEST(DevServerCallRouter, ABusyCalleeShowsAsBusyInTheCallersLog) {
+    Phones p;
+    CallChanges changes;
+    p.router.route("c1", "acme.201.a1", "", "204", changes);
+    p.router.failed("c1", 486, changes);
+    const auto row = p.model.callLogPage("u-001", 1, std::nullopt).at("calls").at(0);
+    EXPECT_EQ(row.at("result"), "busy");
+    EXPECT_FALSE(row.contains("answerAt"));
+}
+
+TEST(DevServerCallRouter, AnUnansweredCallGoesToTheMailboxAndLeavesAMessageBehind) {
+    Phones p;
+    CallChanges changes;
+    p.router.route("c1", "acme.205.e", "", "201", changes);
+    CallChanges timedOut;
+    EXPECT_EQ(p.router.unanswered("c1", timedOut).text,
+              "uri|sip:voicemail@127.0.0.1:5998;transport=tcp");
+    // Anna's phones stopped ringing: her call ended as a voicemail.
+    ASSERT_EQ(timedOut.ended.size(), 1u);
+    EXPECT_EQ(timedOut.ended[0].first, "u-001");
+    CallChanges recorded;
+    p.router.answered("c1", "voicemail", recorded);
+    p.router.ended("c1", recorded);
+    ASSERT_TRUE(recorded.recorded);
+    const auto left = p.router.takeVoicemail(*recorded.recorded);
+    ASSERT_TRUE(left);
+    EXPECT_EQ(left->mailbox, "box-201");
+    EXPECT_EQ(p.model.callLogPage("u-005", 1, std::nullopt).at("calls")[0].at("result"),
+              "voicemail");
+}
+
+TEST(DevServerCallRouter, AnUnansweredCallToSomeoneWithoutAMailboxJustFails) {
+    Phones p;
+    CallChanges changes;
+    p.router.route("c1", "acme.205.e", "", "206", changes);
+    CallChanges timedOut;
+    EXPECT_EQ(p.router.unanswered("c1", timedOut).text, "none");
+    p.router.failed("c1", 408, timedOut);
+    const auto row = p.model.callLogPage("u-006", 1, std::nullopt).at("calls").at(0);
+    EXPECT_EQ(row.at("result"), "missed");
+}
