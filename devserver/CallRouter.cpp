@@ -69,11 +69,12 @@ std::optional<SipDialog> CallRouter::takeVoicemail(const std::string& sipCallId)
 
 RouteAnswer CallRouter::route(const std::string& sipCallId, const std::string& fromSipUser,
                               const std::string& fromName, const std::string& dialled,
-                              CallChanges& changes) {
+                              CallChanges& changes, const std::string& callerTag) {
     // A retransmitted or re-challenged INVITE asks again: same answer, no second call.
     const bool known = m_dialogs.contains(sipCallId);
     SipDialog d;
     d.sipCallId = sipCallId;
+    d.callerTag = callerTag;
     d.dialled = normalise(dialled);
     d.startMs = m_model.clock().nowMs();
     if (const Device* from = device(fromSipUser)) {

@@ -27,6 +27,7 @@ struct CallChanges {
 // One SIP dialog as the proxy reported it.
 struct SipDialog {
     std::string sipCallId;
+    std::string callerTag;      // the From tag, which names the caller's side at the relay
     std::string callerUserId;   // empty for a caller that is no user
     std::string callerDeviceId; // the caller's device, when it is one
     Json from;                  // Party
@@ -60,8 +61,8 @@ public:
 
     // A new INVITE: from the device with this SIP user name, to the dialled text.
     RouteAnswer route(const std::string& sipCallId, const std::string& fromSipUser,
-                      const std::string& fromName, const std::string& dialled,
-                      CallChanges& changes);
+                      const std::string& fromName, const std::string& dialled, CallChanges& changes,
+                      const std::string& callerTag = {});
     // Nobody answered in time: the mailbox's recorder, or "none".
     RouteAnswer unanswered(const std::string& sipCallId, CallChanges& changes);
 

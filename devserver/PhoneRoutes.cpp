@@ -2,6 +2,7 @@
 // and where a call goes, and reports every step of a call; tests and the demo
 // drive the parties through /_control/phone.
 #include "PhoneSystem.h"
+#include "RelayStats.h"
 #include "Server.h"
 
 #include <QDir>
@@ -165,7 +166,52 @@ bool Server::startPhone() {
         std::fprintf(stderr, "rz-devserver: phone system: %s\n", qPrintable(why));
     });
     m_phone->start(parties);
+    // Call quality as the relay measures it, on the "call:" topic of each connected call.
+    auto* quality = new QTimer(this);
+    quality->setInterval(2000);
+    connect(quality, &QTimer::timeout, this, &Server::pollQuality);
+    quality->start();
     return true;
+}
+
+void Server::pollQuality() {
+    for (const auto& [id, d] : m_router.dialogs()) {
+        if (d.state != "connected")
+            continue;
+        const std::string sipCallId = id;
+        m_phone->queryRelay(sipCallId, [this, sipCallId](const Json& answer) {
+            SipDialog* d = m_router.dialog(sipCallId);
+            if (!d)
+                return;
+            const auto qualities = legQualities(answer, d->callerTag);
+            const std::pair<std::string, const std::optional<Json>*> legs[] = {
+                {sipCallId + "-a", &qualities.caller}, {sipCallId + "-b", &qualities.callee}};
+            for (const auto& [userId, liveId] : d->liveIds) {
+                LiveCall* call = m_model.call(liveId);
+                if (!call)
+                    continue;
+                std::string worst;
+                for (const auto& [legId, quality] : legs) {
+                    if (!*quality)
+                        continue;
+                    for (auto& leg : call->legs) {
+                        if (leg.value("id", "") != legId ||
+                            leg.value("quality", Json()) == **quality)
+                            continue;
+                        leg["quality"] = **quality;
+                        publish("call:" + liveId, Json{{"legId", legId}, {"quality", **quality}});
+                    }
+                    const std::string level = (**quality)["level"];
+                    if (worst.empty() || level == "poor" || (level == "fair" && worst == "good"))
+                        worst = level;
+                }
+                if (!worst.empty() && call->call.value("quality", "") != worst) {
+                    call->call["quality"] = worst;
+                    publishCall(*call);
+                }
+            }
+        });
+    }
 }
 
 Json Server::phoneJson() const {
@@ -368,7 +414,7 @@ void Server::addPhoneRoutes() {
         [this](const HttpRequest& r, const Params&, Context&) {
             CallChanges changes;
             const auto answer = m_router.route(arg(r, "callid"), arg(r, "from"), arg(r, "name"),
-                                               arg(r, "to"), changes);
+                                               arg(r, "to"), changes, arg(r, "fromtag"));
             applyCallChanges(changes);
             return text(200, answer.text);
         });

@@ -1,5 +1,7 @@
 #include "PhoneSystem.h"
 
+#include "Bencode.h"
+
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
@@ -502,6 +504,35 @@ void PhoneSystem::stop() {
          {&m_colleaguesProcess, &m_recorderProcess, &m_echo, &m_busy, &m_kamailio, &m_rtpengine}) {
         d->stop(300);
     }
+}
+
+void PhoneSystem::queryRelay(const std::string& sipCallId, std::function<void(const Json&)> done) {
+    if (!m_ng) {
+        m_ng = new QUdpSocket(this);
+        connect(m_ng, &QUdpSocket::readyRead, this, [this] {
+            while (m_ng->hasPendingDatagrams()) {
+                const QByteArray reply = m_ng->receiveDatagram().data();
+                const auto space = reply.indexOf(' ');
+                if (space <= 0)
+                    continue;
+                const auto it = m_queries.find(reply.left(space));
+                if (it == m_queries.end())
+                    continue;
+                auto callback = std::move(it->second);
+                m_queries.erase(it);
+                if (const auto answer = bdecode(reply.mid(space + 1));
+                    answer && answer->is_object())
+                    callback(*answer);
+            }
+        });
+    }
+    // An answer that never comes leaves no callback behind for long.
+    if (m_queries.size() > 64)
+        m_queries.clear();
+    const QByteArray cookie = "q" + QByteArray::number(++m_cookie);
+    m_queries[cookie] = std::move(done);
+    m_ng->writeDatagram(cookie + ' ' + bencode(Json{{"command", "query"}, {"call-id", sipCallId}}),
+                        QHostAddress::LocalHost, m_ngPort);
 }
 
 std::string PhoneSystem::echoContact() const {

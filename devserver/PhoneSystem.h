@@ -6,7 +6,10 @@
 
 #include <QObject>
 #include <QString>
+#include <QUdpSocket>
 
+#include <functional>
+#include <map>
 #include <memory>
 #include <set>
 #include <vector>
@@ -68,6 +71,8 @@ public:
     BaresipControl* recorder() { return m_recorderControl.get(); }
     const std::vector<PartyAccount>& parties() const { return m_parties; }
     std::vector<qint64> pids() const;
+    // Asks rtpengine for a call's statistics; done gets its answer (an object), if one comes.
+    void queryRelay(const std::string& sipCallId, std::function<void(const Json&)> done);
     Json status() const;
 
 signals:
@@ -110,6 +115,9 @@ private:
     bool m_ready = false;
     bool m_registrarDown = false;
     bool m_kamailioUp = false;
+    QUdpSocket* m_ng = nullptr;
+    std::map<QByteArray, std::function<void(const Json&)>> m_queries; // by cookie
+    long m_cookie = 0;
 };
 
 } // namespace rzdev

@@ -150,6 +150,7 @@ private:
     void onRecorderEvent(const Json& event);
     void fileVoicemail(const std::string& sipCallId, int attempt);
     bool demoCall();
+    void pollQuality();
     Json phoneJson() const;
 
     // Control interface.

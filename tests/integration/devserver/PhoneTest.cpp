@@ -276,3 +276,36 @@ TEST(DevServerPhone, TheDemoRingsAnnasAppWhenSheHasOneAndIsFree) {
     // While she is on that call, the demo leaves her alone.
     EXPECT_FALSE(server.control("POST", "demo/tick").at("called").get<bool>());
 }
+
+TEST(DevServerPhone, TheCallTopicCarriesQualityMeasuredByTheRelay) {
+    PhoneServer server;
+    QString token;
+    const auto device = server.provision("u-001", "install-quality", &token);
+    Agent app(server, device, "tcp", toneWav(server.folder(), 1000));
+    ASSERT_TRUE(app.waitRegistered()) << app.output();
+    LiveClient live(server, token);
+    live.sub("calls:mine");
+    nextOn(live, "calls:mine");
+    app.command("dial", "sip:203@rz.local");
+    const std::string id = nextOn(live, "calls:mine").at("data").at("call").at("id");
+    live.sub("call:" + id);
+    nextOn(live, "call:" + id);
+    app.waitEvent({"CALL_ESTABLISHED"}, 15s);
+    // The relay scores a stream once the parties' first RTCP reports came through it.
+    json delta;
+    while (delta.is_null()) {
+        const auto frame = nextOn(live, "call:" + id, 25s);
+        if (frame.at("data").contains("quality"))
+            delta = frame.at("data");
+    }
+    const auto legId = delta.at("legId").get<std::string>();
+    EXPECT_TRUE(legId.ends_with("-a") || legId.ends_with("-b")) << legId;
+    const auto quality = delta.at("quality");
+    EXPECT_GT(quality.at("mos").get<double>(), 1.0);
+    EXPECT_LE(quality.at("mos").get<double>(), 5.0);
+    // Loopback with nothing in the way: no loss, and the level says so.
+    EXPECT_EQ(quality.at("lossPct").get<double>(), 0.0);
+    EXPECT_EQ(quality.at("level"), "good");
+    app.command("hangup");
+    app.waitEvent({"CALL_CLOSED"});
+}

@@ -1,4 +1,6 @@
 #include "CallRouter.h"
+#include "Bencode.h"
+#include "RelayStats.h"
 
 #include <gtest/gtest.h>
 
@@ -175,4 +177,47 @@ TEST(DevServerCallRouter, AnUnansweredCallToSomeoneWithoutAMailboxJustFails) {
     p.router.failed("c1", 408, timedOut);
     const auto row = p.model.callLogPage("u-006", 1, std::nullopt).at("calls").at(0);
     EXPECT_EQ(row.at("result"), "missed");
+}
+
+TEST(DevServerRelayStats, BencodeReadsWhatItWrites) {
+    const Json value = {{"command", "query"}, {"call-id", "abc"}, {"n", 42}, {"l", {1, "x"}}};
+    const auto bytes = bencode(value);
+    EXPECT_EQ(bytes, "d7:call-id3:abc7:command5:query1:lli1e1:xe1:ni42ee");
+    // The same members; bencode orders the keys.
+    const auto decoded = bdecode(bytes);
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(nlohmann::json::parse(decoded->dump()), nlohmann::json::parse(value.dump()));
+    EXPECT_FALSE(bdecode("d3:key"));
+    EXPECT_FALSE(bdecode("i12"));
+    EXPECT_FALSE(bdecode("5:ab"));
+}
+
+TEST(DevServerRelayStats, EachSidesStreamIsScoredFromItsSsrc) {
+    const Json query = {
+        {"SSRC",
+         {{"111",
+           {{"average MOS",
+             {{"MOS", 44}, {"round-trip time", 826}, {"jitter", 1}, {"packet loss", 0}}}}},
+          {"222",
+           {{"average MOS",
+             {{"MOS", 31}, {"round-trip time", 20000}, {"jitter", 30}, {"packet loss", 7}}}}}}},
+        {"tags",
+         {{"caller-tag", {{"medias", {{{"streams", {{{"SSRC", 111}}}}}}}}},
+          {"callee-tag", {{"medias", {{{"streams", {{{"SSRC", 222}}}}}}}}}}}};
+    const auto legs = legQualities(query, "caller-tag");
+    ASSERT_TRUE(legs.caller);
+    ASSERT_TRUE(legs.callee);
+    EXPECT_EQ((*legs.caller)["level"], "good");
+    EXPECT_DOUBLE_EQ((*legs.caller)["mos"].get<double>(), 4.4);
+    EXPECT_DOUBLE_EQ((*legs.caller)["rttMs"].get<double>(), 0.826);
+    EXPECT_EQ((*legs.callee)["level"], "poor");
+    EXPECT_DOUBLE_EQ((*legs.callee)["lossPct"].get<double>(), 7.0);
+}
+
+TEST(DevServerRelayStats, AStreamNotYetScoredHasNoQuality) {
+    const Json query = {{"tags", {{"t", {{"medias", {{{"streams", {{{"SSRC", 5}}}}}}}}}}}};
+    const auto legs = legQualities(query, "t");
+    EXPECT_FALSE(legs.caller);
+    EXPECT_FALSE(legs.callee);
+    EXPECT_EQ(qualityLevel(3.7), "fair");
 }
