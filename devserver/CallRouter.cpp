@@ -107,11 +107,28 @@ RouteAnswer CallRouter::route(const std::string& sipCallId, const std::string& f
             }
         }
     }
-    if (d.calleeUserIds.empty() && d.groupId.empty())
-        return {"reject|404|Not Found"};
+    if (d.calleeUserIds.empty() && d.groupId.empty()) {
+        // The main line feeds the support queue: its available agents are rung.
+        for (const auto& f : m_model.flows) {
+            if (f.id == "f-main" && contains(f.numbers, d.dialled) && m_model.queue("q-support")) {
+                d.queueId = "q-support";
+                d.to = Json{{"number", d.dialled}, {"name", f.name}};
+                for (const auto& agent : m_model.queue("q-support")->agents) {
+                    if (agent.state == "available" && agent.userId != d.callerUserId)
+                        d.calleeUserIds.push_back(agent.userId);
+                }
+            }
+        }
+        if (d.queueId.empty())
+            return {"reject|404|Not Found"};
+        if (d.calleeUserIds.empty())
+            return {"reject|480|No Agent Available"};
+    }
     if (d.calleeUserIds.size() == 1 && d.calleeUserIds.front() == d.callerUserId)
         return {"reject|482|Calling Yourself"};
 
+    // A call to one person (not to a group or a queue) may end in their mailbox.
+    const bool personal = d.calleeUserIds.size() == 1 && d.groupId.empty() && d.queueId.empty();
     // The devices that ring: registered ones by their SIP user, or a party's fixed address.
     std::vector<std::string> sipUsers;
     std::string fixedContact;
@@ -130,15 +147,13 @@ RouteAnswer CallRouter::route(const std::string& sipCallId, const std::string& f
         answer.text = "uri|" + fixedContact;
     } else if (sipUsers.empty()) {
         // Nobody has a phone: straight to the mailbox when there is one.
-        const User* callee =
-            d.calleeUserIds.size() == 1 ? m_model.user(d.calleeUserIds.front()) : nullptr;
+        const User* callee = personal ? m_model.user(d.calleeUserIds.front()) : nullptr;
         if (!callee || callee->voicemailBoxId.empty() || m_targets.recorderUri.empty())
             return {"reject|480|Temporarily Unavailable"};
         d.mailbox = callee->voicemailBoxId;
         answer.text = "uri|" + recorderFor(d.mailbox);
     } else {
-        const User* callee =
-            d.calleeUserIds.size() == 1 ? m_model.user(d.calleeUserIds.front()) : nullptr;
+        const User* callee = personal ? m_model.user(d.calleeUserIds.front()) : nullptr;
         const bool mailbox = callee && !callee->voicemailBoxId.empty();
         answer.text = "users|" + std::to_string(mailbox ? m_targets.noAnswerMs : 0);
         for (const auto& user : sipUsers)
@@ -172,7 +187,44 @@ RouteAnswer CallRouter::route(const std::string& sipCallId, const std::string& f
             setPresence(userId, "ringing", changes);
     }
     publishAll(stored, changes);
+    queueStep(stored, changes);
     return answer;
+}
+
+// The queue's board follows the call: waiting while it rings, with the agent
+// who took it while connected, and gone when it ends.
+void CallRouter::queueStep(SipDialog& d, CallChanges& changes) {
+    Queue* queue = d.queueId.empty() ? nullptr : m_model.queue(d.queueId);
+    if (!queue)
+        return;
+    std::erase_if(queue->waiting, [&](const QueueWaiting& w) { return w.callId == d.sipCallId; });
+    const bool over = !m_dialogs.contains(d.sipCallId);
+    if (!over && d.state == "ringing") {
+        QueueWaiting w;
+        w.callId = d.sipCallId;
+        w.from = d.from;
+        w.sinceMs = d.startMs;
+        w.state = "waiting";
+        queue->waiting.push_back(w);
+    }
+    for (size_t i = 0; i < queue->waiting.size(); ++i)
+        queue->waiting[i].position = int(i) + 1;
+    for (auto& agent : queue->agents) {
+        if (!contains(d.calleeUserIds, agent.userId) && agent.userId != d.answeredByUserId)
+            continue;
+        if (over)
+            agent.state =
+                agent.state == "on_call" || agent.state == "ringing" ? "available" : agent.state;
+        else if (d.state == "ringing")
+            agent.state = "ringing";
+        else if (agent.userId == d.answeredByUserId) {
+            if (agent.state != "on_call")
+                ++agent.answeredToday;
+            agent.state = "on_call";
+        } else if (agent.state == "ringing")
+            agent.state = "available";
+    }
+    changes.boards.push_back(queue->id);
 }
 
 std::string CallRouter::recorderFor(const std::string& mailbox) const {
@@ -184,7 +236,8 @@ std::string CallRouter::recorderFor(const std::string& mailbox) const {
 
 RouteAnswer CallRouter::unanswered(const std::string& sipCallId, CallChanges& changes) {
     SipDialog* d = dialog(sipCallId);
-    if (!d || d->calleeUserIds.size() != 1 || m_targets.recorderUri.empty())
+    if (!d || d->calleeUserIds.size() != 1 || !d->groupId.empty() || !d->queueId.empty() ||
+        m_targets.recorderUri.empty())
         return {"none"};
     const User* callee = m_model.user(d->calleeUserIds.front());
     if (!callee || callee->voicemailBoxId.empty())
@@ -248,6 +301,7 @@ void CallRouter::answered(const std::string& sipCallId, const std::string& bySip
             d->to = partyOf(*u);
     }
     publishAll(*d, changes);
+    queueStep(*d, changes);
     for (const auto& [userId, liveId] : d->liveIds) {
         if (LiveCall* call = m_model.call(liveId)) {
             for (const auto& leg : call->legs)
@@ -284,7 +338,9 @@ void CallRouter::finish(SipDialog& d, CallChanges& changes) {
         changes.recorded = id;
         m_voicemail[id] = d;
     }
+    SipDialog last = std::move(d);
     m_dialogs.erase(id);
+    queueStep(last, changes);
 }
 
 void CallRouter::setPresence(const std::string& userId, const std::string& state,

@@ -22,6 +22,7 @@ struct CallChanges {
     std::vector<std::pair<std::string, Json>> legs;         // (live call id, leg)
     std::vector<std::string> presence;                      // user ids whose presence changed
     std::optional<std::string> recorded;                    // a SIP call that left a message
+    std::vector<std::string> boards;                        // queues whose board changed
 };
 
 // One SIP dialog as the proxy reported it.
@@ -35,6 +36,7 @@ struct SipDialog {
     std::string dialled;
     std::vector<std::string> calleeUserIds; // the users whose devices ring
     std::string groupId;
+    std::string queueId;           // set when the number was a line that feeds a queue
     std::string state = "ringing"; // ringing, connected
     qint64 startMs = 0;
     qint64 answerMs = 0;
@@ -88,6 +90,7 @@ private:
     Json liveCall(const SipDialog& dialog, const std::string& userId) const;
     void setPresence(const std::string& userId, const std::string& state, CallChanges& changes);
     void addLogRow(const SipDialog& dialog, const std::string& userId, qint64 endMs);
+    void queueStep(SipDialog& dialog, CallChanges& changes);
     std::string recorderFor(const std::string& mailbox) const;
 
     Model& m_model;

@@ -267,6 +267,10 @@ void Server::applyCallChanges(const CallChanges& changes) {
         if (const User* user = m_model.user(userId))
             publishPresence(*user);
     }
+    for (const auto& queueId : changes.boards) {
+        if (const Queue* queue = m_model.queue(queueId))
+            publishBoard(*queue);
+    }
     if (changes.recorded)
         fileVoicemail(*changes.recorded, 0);
 }

@@ -309,3 +309,56 @@ TEST(DevServerPhone, TheCallTopicCarriesQualityMeasuredByTheRelay) {
     app.command("hangup");
     app.waitEvent({"CALL_CLOSED"});
 }
+
+TEST(DevServerPhone, ACallerOnTheMainLineWaitsInTheSupportQueueUntilAnnaAnswers) {
+    PhoneServer server;
+    QString token;
+    const auto device = server.provision("u-001", "install-queue", &token);
+    Agent app(server, device, "tcp", toneWav(server.folder(), 1000));
+    ASSERT_TRUE(app.waitRegistered()) << app.output();
+    LiveClient live(server, token);
+    live.sub("queue:q-support");
+    nextOn(live, "queue:q-support");
+
+    server.control("POST", "phone/call", {{"from", "205"}, {"to", "+493055500000"}});
+    const auto incoming = app.waitEvent({"CALL_INCOMING"});
+    const auto agentOf = [](const json& board, const std::string& user) {
+        for (const auto& a : board.at("agents")) {
+            if (a.at("userId") == user)
+                return a;
+        }
+        return json();
+    };
+    const auto waitingOf = [&](const json& board) {
+        for (const auto& w : board.at("waiting")) {
+            if (w.at("callId") == incoming.at("id"))
+                return w;
+        }
+        return json();
+    };
+    const auto waitBoard = [&](const std::function<bool(const json&)>& wanted) {
+        for (;;) {
+            const auto frame = nextOn(live, "queue:q-support");
+            const auto board = frame.at("data").at("board");
+            if (wanted(board))
+                return board;
+        }
+    };
+    const auto ringing = waitBoard([&](const json& b) { return !waitingOf(b).is_null(); });
+    EXPECT_EQ(waitingOf(ringing).at("state"), "waiting");
+    EXPECT_EQ(waitingOf(ringing).at("from").at("userId"), "u-005");
+    EXPECT_EQ(agentOf(ringing, "u-001").at("state"), "ringing");
+    const int answeredBefore = agentOf(ringing, "u-001").at("answeredToday");
+
+    app.command("accept");
+    app.waitEvent({"CALL_ESTABLISHED"});
+    const auto taken = waitBoard([&](const json& b) { return waitingOf(b).is_null(); });
+    EXPECT_EQ(agentOf(taken, "u-001").at("state"), "on_call");
+    EXPECT_EQ(agentOf(taken, "u-001").at("answeredToday"), answeredBefore + 1);
+
+    app.command("hangup");
+    app.waitEvent({"CALL_CLOSED"});
+    const auto after =
+        waitBoard([&](const json& b) { return agentOf(b, "u-001").at("state") == "available"; });
+    EXPECT_TRUE(waitingOf(after).is_null());
+}

@@ -221,3 +221,32 @@ TEST(DevServerRelayStats, AStreamNotYetScoredHasNoQuality) {
     EXPECT_FALSE(legs.callee);
     EXPECT_EQ(qualityLevel(3.7), "fair");
 }
+
+TEST(DevServerCallRouter, TheMainLineQueuesTheCallerAndRingsTheAvailableAgents) {
+    Phones p;
+    CallChanges changes;
+    // q-support: Anna is available, Ben on a call, Chloé paused, Emma ringing elsewhere.
+    EXPECT_EQ(p.router.route("c1", "acme.206.f", "", "+493055500000", changes).text,
+              "users|0|acme.201.a1|acme.201.a2|end");
+    const Queue* queue = p.model.queue("q-support");
+    const auto waiting = std::find_if(queue->waiting.begin(), queue->waiting.end(),
+                                      [](const QueueWaiting& w) { return w.callId == "c1"; });
+    ASSERT_NE(waiting, queue->waiting.end());
+    EXPECT_EQ(waiting->state, "waiting");
+    EXPECT_EQ(waiting->from.at("userId"), "u-006");
+    EXPECT_EQ(queue->agents[0].state, "ringing");
+    EXPECT_EQ(changes.boards, std::vector<std::string>{"q-support"});
+
+    CallChanges answered;
+    const int before = queue->agents[0].answeredToday;
+    p.router.answered("c1", "acme.201.a1", answered);
+    EXPECT_EQ(queue->agents[0].state, "on_call");
+    EXPECT_EQ(queue->agents[0].answeredToday, before + 1);
+    EXPECT_TRUE(std::none_of(queue->waiting.begin(), queue->waiting.end(),
+                             [](const QueueWaiting& w) { return w.callId == "c1"; }));
+
+    CallChanges ended;
+    p.router.ended("c1", ended);
+    EXPECT_EQ(queue->agents[0].state, "available");
+    EXPECT_EQ(ended.boards, std::vector<std::string>{"q-support"});
+}
