@@ -11,9 +11,12 @@ Daemon::Daemon(QString name, QObject* parent) : QObject(parent), m_name(std::mov
     // RZ_PHONE_LOG=1 shows what the parts say, for finding out why a call went wrong.
     m_echo = qgetenv("RZ_PHONE_LOG") == "1";
     m_process.setProcessChannelMode(QProcess::MergedChannels);
-    m_process.setChildProcessModifier([] {
+    // kamailio gets SIGTERM, so that its main process takes its workers with it;
+    // the others SIGKILL, as an orderly exit would wait on a registrar that is gone.
+    const int deathSignal = m_name == QLatin1String("kamailio") ? SIGTERM : SIGKILL;
+    m_process.setChildProcessModifier([deathSignal] {
         ::setpgid(0, 0);
-        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        ::prctl(PR_SET_PDEATHSIG, deathSignal);
     });
     connect(&m_process, &QProcess::readyRead, this, [this] {
         const QByteArray data = m_process.readAll();
