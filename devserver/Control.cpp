@@ -45,6 +45,8 @@ void Server::addControlRoutes() {
         const auto devices = m_model.devices;
         m_model.loadDemo(m_config.directorySize);
         m_model.devices = devices;
+        if (m_phone)
+            addPhoneFixtures();
         m_faults.clear();
         m_requests = Json::array();
         return ok();
@@ -53,7 +55,9 @@ void Server::addControlRoutes() {
     // One step of the demo's activity, now.
     add("POST", "_control/demo/tick", false, [this](const HttpRequest&, const Params&, Context&) {
         demoTick();
-        return ok();
+        // With the phone system, the step includes a colleague's call to Anna when she can take it.
+        const bool called = m_phone && demoCall();
+        return ok(Json{{"ok", true}, {"called", called}});
     });
 
     add("GET", "_control/requests", false,

@@ -138,9 +138,9 @@ void Model::loadDemo(int directorySize) {
     users[2].recording = "always";
 
     groups = {
-        {"g-sales", "Sales", "600", {"+493055506000"}, 0},
-        {"g-support", "Support", "601", {"+493055506010"}, 1},
-        {"g-reception", "Reception", "602", {}, 0},
+        {"g-sales", "Sales", "600", {"+493055506000"}, 0, {"u-001", "u-006", "u-007"}},
+        {"g-support", "Support", "601", {"+493055506010"}, 1, {"u-001", "u-002", "u-003", "u-005"}},
+        {"g-reception", "Reception", "602", {}, 0, {"u-008", "u-009"}},
     };
     flows = {
         {"f-main", "Main line", {"+493055500000"}},
@@ -149,13 +149,14 @@ void Model::loadDemo(int directorySize) {
 
     messages.clear();
     const qint64 hour = 3600 * 1000;
-    messages.push_back({"vm-1", "box-201", "+4915112345678", 34.0, now - 2 * hour, std::nullopt});
-    messages.push_back({"vm-2", "box-201", "204", 12.5, now - 5 * hour, std::nullopt});
-    messages.push_back({"vm-3", "box-201", std::nullopt, 8.0, now - 26 * hour, std::nullopt});
     messages.push_back(
-        {"vm-4", "box-201", "+442071234567", 61.0, now - 50 * hour, now - 49 * hour});
-    messages.push_back({"vm-5", "box-201", "203", 21.0, now - 120 * hour, now - 119 * hour});
-    messages.push_back({"vm-6", "box-202", "201", 5.0, now - 3 * hour, std::nullopt});
+        {"vm-1", "box-201", "+4915112345678", 34.0, now - 2 * hour, std::nullopt, {}});
+    messages.push_back({"vm-2", "box-201", "204", 12.5, now - 5 * hour, std::nullopt, {}});
+    messages.push_back({"vm-3", "box-201", std::nullopt, 8.0, now - 26 * hour, std::nullopt, {}});
+    messages.push_back(
+        {"vm-4", "box-201", "+442071234567", 61.0, now - 50 * hour, now - 49 * hour, {}});
+    messages.push_back({"vm-5", "box-201", "203", 21.0, now - 120 * hour, now - 119 * hour, {}});
+    messages.push_back({"vm-6", "box-202", "201", 5.0, now - 3 * hour, std::nullopt, {}});
 
     queues = {
         {"q-support",
@@ -493,6 +494,8 @@ QByteArray Model::avatarJpeg(User& user) {
 }
 
 QByteArray Model::voicemailWav(const VoicemailMessage& message) const {
+    if (!message.audio.isEmpty())
+        return message.audio;
     return speechLikeWav(message.durationS, unsigned(qHash(QString::fromStdString(message.id))));
 }
 

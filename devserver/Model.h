@@ -50,6 +50,7 @@ struct Group {
     std::string extension;
     std::vector<std::string> numbers;
     int ringing = 0;
+    std::vector<std::string> members; // user ids whose devices ring for the group
 };
 
 struct Flow {
@@ -65,6 +66,7 @@ struct VoicemailMessage {
     double durationS = 0;
     qint64 createdMs = 0;
     std::optional<qint64> readMs;
+    QByteArray audio; // a real recording (WAV); empty: the generated one
 };
 
 struct QueueAgent {
@@ -98,6 +100,7 @@ struct Device {
     std::string model;
     std::string sipUsername;
     std::string password;
+    std::string contact; // a party that does not register: where the proxy sends its calls
 };
 
 struct LogRow {

@@ -1,6 +1,7 @@
 #include "Server.h"
 
 #include "OAuthLogic.h"
+#include "PhoneSystem.h"
 
 #include <QRandomGenerator>
 #include <QTimer>
@@ -135,13 +136,15 @@ std::optional<Edge> parseEdge(const QString& text) {
 }
 
 Server::Server(Config config, QObject* parent)
-    : QObject(parent), m_config(std::move(config)), m_model(m_clock) {
+    : QObject(parent), m_config(std::move(config)), m_model(m_clock), m_router(m_model, {}) {
+    m_edgesGiven = !m_config.edges.empty();
     if (m_config.edges.empty()) {
         m_config.edges.push_back({"tcp", "127.0.0.1", 5060});
     }
     m_model.loadDemo(m_config.directorySize);
     addRoutes();
     addControlRoutes();
+    addPhoneRoutes();
     m_http.setHandler([this](const HttpRequest& r, Responder responder) { handle(r, responder); });
     m_http.setUpgradeHandler([this](const HttpRequest& r) { return upgrade(r); });
     connect(&m_http, &HttpServer::newWebSocket, this, &Server::adopt);
@@ -170,6 +173,9 @@ bool Server::start() {
                      unsigned(m_config.port));
         return false;
     }
+    if (m_config.phone && !startPhone()) {
+        return false;
+    }
     if (m_config.demo) {
         startDemoActivity();
     }
@@ -183,6 +189,13 @@ void Server::startDemoActivity() {
     timer->setInterval(6000);
     connect(timer, &QTimer::timeout, this, &Server::demoTick);
     timer->start();
+    if (m_phone) {
+        // About once a minute a colleague rings Anna, when she has a phone and is free.
+        auto* caller = new QTimer(this);
+        caller->setInterval(60000);
+        connect(caller, &QTimer::timeout, this, [this] { demoCall(); });
+        caller->start();
+    }
 }
 
 void Server::demoTick() {
@@ -248,6 +261,21 @@ void Server::handle(const HttpRequest& request, Responder responder) {
     if (control) {
         if (!request.peer.isLoopback()) {
             responder.send(errorReply(403, "forbidden", "the control interface is loopback only"));
+            return;
+        }
+        // Waits, within a bound, until the phone system is ready.
+        if (request.path == QLatin1String("_control/phone/ready") && m_phone &&
+            !m_phone->isReady()) {
+            m_readyWaiters.push_back(responder);
+            auto sink = responder.sink;
+            QTimer::singleShot(15000, this, [this, sink] {
+                const auto before = m_readyWaiters.size();
+                std::erase_if(m_readyWaiters, [&](const Responder& w) { return w.sink == sink; });
+                if (m_readyWaiters.size() != before) {
+                    Responder{sink}.send(
+                        errorReply(503, "not_ready", "the phone system did not become ready"));
+                }
+            });
             return;
         }
         responder.send(dispatch(request));

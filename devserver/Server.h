@@ -1,5 +1,6 @@
 #pragma once
 
+#include "CallRouter.h"
 #include "HttpServer.h"
 #include "Model.h"
 
@@ -17,6 +18,8 @@ class QWebSocket;
 
 namespace rzdev {
 
+class PhoneSystem;
+
 struct Edge {
     std::string transport;
     std::string host;
@@ -31,6 +34,10 @@ struct Config {
     double pingIntervalS = 25;
     int directorySize = 12;
     bool demo = false;
+    bool phone = false;       // run the phone system behind the SIP edge
+    QString stateDir;         // the phone system's certificates, sounds, recordings
+    int noAnswerS = 20;       // unanswered calls go to the mailbox after this
+    int answerDelayMs = 5000; // the speaking colleague answers after two rings
 };
 
 // Parses "tcp:127.0.0.1:5070".
@@ -134,6 +141,18 @@ private:
     void closeSocket(LiveSocket* socket, int code, const QString& reason);
     void forget(LiveSocket* socket);
 
+    // Phone system: kamailio's questions and reports, and its control paths.
+    bool startPhone();
+    void addPhoneRoutes();
+    void addPhoneFixtures();
+    void applyCallChanges(const CallChanges& changes);
+    void onColleagueEvent(const Json& event);
+    void onRecorderEvent(const Json& event);
+    void fileVoicemail(const std::string& sipCallId, int attempt);
+    bool demoCall();
+    void pollQuality();
+    Json phoneJson() const;
+
     // Control interface.
     void addControlRoutes();
     void startDemoActivity();
@@ -159,6 +178,20 @@ private:
     std::map<quint16, Handshake> m_handshakes; // by the client's port, until the socket opens
     bool m_silentSockets = false;
     QTimer* m_expiryTimer = nullptr;
+
+    struct Registration {
+        std::string sipUser;
+        std::string contact;
+        std::string transport;
+        std::string source;
+        qint64 expiresMs = 0;
+    };
+    PhoneSystem* m_phone = nullptr;
+    CallRouter m_router;
+    std::map<std::string, Registration> m_registrations; // by contact
+    std::vector<Responder> m_readyWaiters;
+    std::set<QString> m_filedRecordings;
+    bool m_edgesGiven = false;
 };
 
 } // namespace rzdev

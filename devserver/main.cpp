@@ -2,7 +2,9 @@
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QDir>
 #include <QSocketNotifier>
+#include <QTemporaryDir>
 
 #include <csignal>
 #include <cstdio>
@@ -49,7 +51,20 @@ int main(int argc, char** argv) {
     QCommandLineOption size(QStringLiteral("directory-size"),
                             QStringLiteral("Number of users in the company."), QStringLiteral("N"),
                             QStringLiteral("12"));
-    parser.addOptions({port, demo, autoApprove, accessTtl, edge, ping, size});
+    QCommandLineOption phone(
+        QStringLiteral("phone"),
+        QStringLiteral("Run the phone system: kamailio, rtpengine, baresip and sipp parties."));
+    QCommandLineOption state(
+        QStringLiteral("state"),
+        QStringLiteral("Folder for the phone system's certificates, sounds and "
+                       "recordings (default: a temporary one)."),
+        QStringLiteral("DIR"));
+    QCommandLineOption noAnswer(
+        QStringLiteral("no-answer-s"),
+        QStringLiteral("Seconds before an unanswered call goes to voicemail."),
+        QStringLiteral("SECONDS"), QStringLiteral("20"));
+    parser.addOptions(
+        {port, demo, autoApprove, accessTtl, edge, ping, size, phone, state, noAnswer});
     parser.process(app);
 
     rzdev::Config config;
@@ -61,6 +76,16 @@ int main(int argc, char** argv) {
     }
     config.port = quint16(portValue);
     config.demo = parser.isSet(demo);
+    config.phone = config.demo || parser.isSet(phone);
+    config.noAnswerS = parser.value(noAnswer).toInt(&ok);
+    if (!ok || config.noAnswerS < 1) {
+        std::fprintf(stderr, "rz-devserver: bad --no-answer-s\n");
+        return 2;
+    }
+    // Without a folder of its own the phone system lives in a temporary one, gone at exit.
+    QTemporaryDir temporaryState(QDir::tempPath() + QStringLiteral("/rz-devserver-XXXXXX"));
+    config.stateDir =
+        parser.isSet(state) ? QDir(parser.value(state)).absolutePath() : temporaryState.path();
     config.autoApprove = parser.value(autoApprove);
     config.accessTtlS = parser.value(accessTtl).toInt(&ok);
     if (!ok || config.accessTtlS <= 0) {

@@ -57,7 +57,7 @@ inline QByteArray form(const QList<QPair<QString, QString>>& fields) {
 inline const QList<QPair<QByteArray, QByteArray>> formHeaders{
     {"Content-Type", "application/x-www-form-urlencoded"}};
 
-inline QUrl authorizeUrl(DevServer& server, const QString& challenge, const QString& state,
+inline QUrl authorizeUrl(const auto& server, const QString& challenge, const QString& state,
                          const QString& clientId = "rz-mobile",
                          const QString& redirect = "rzmobile://oauth/callback",
                          const QString& method = "S256") {
@@ -94,7 +94,7 @@ struct Tokens {
 };
 
 // Through the page: authorize, choose the user, allow. Gives the code.
-inline QString authorizeCode(DevServer& server, QNetworkAccessManager& network,
+inline QString authorizeCode(const auto& server, QNetworkAccessManager& network,
                              const QString& verifier, const QString& user = "u-001") {
     const auto page =
         httpRequest(network, "GET", authorizeUrl(server, challengeOf(verifier), "st"));
@@ -111,7 +111,7 @@ inline QString authorizeCode(DevServer& server, QNetworkAccessManager& network,
     return locationQuery(decision).queryItemValue("code", QUrl::FullyDecoded);
 }
 
-inline HttpResult exchange(DevServer& server, QNetworkAccessManager& network, const QString& code,
+inline HttpResult exchange(const auto& server, QNetworkAccessManager& network, const QString& code,
                            const QString& verifier) {
     return httpRequest(network, "POST", server.url("oauth/token"),
                        form({{"grant_type", "authorization_code"},
@@ -129,7 +129,7 @@ inline Tokens tokensOf(const HttpResult& result) {
             body.at("expires_in").get<int>()};
 }
 
-inline Tokens signIn(DevServer& server, QNetworkAccessManager& network,
+inline Tokens signIn(const auto& server, QNetworkAccessManager& network,
                      const QString& user = "u-001") {
     const auto verifier = newVerifier();
     const auto code = authorizeCode(server, network, verifier, user);
@@ -164,7 +164,7 @@ inline QByteArray dump(const json& value) {
 // A websocket that keeps every frame it receives, in order.
 class LiveClient {
 public:
-    LiveClient(DevServer& server, const QString& token) {
+    LiveClient(const auto& server, const QString& token) {
         QObject::connect(&m_socket, &QWebSocket::textMessageReceived, [this](const QString& text) {
             m_frames.push_back(json::parse(text.toStdString(), nullptr, false));
             wake();

@@ -1,0 +1,364 @@
+#include "PhoneKit.h"
+
+#include <QElapsedTimer>
+
+using namespace kit;
+
+namespace {
+
+// The registrations the server knows of for one SIP user.
+std::vector<json> registrationsOf(PhoneServer& server, const std::string& sipUser) {
+    std::vector<json> out;
+    const auto phone = server.control("GET", "phone");
+    for (const auto& r : phone.at("registrations")) {
+        if (r.at("sipUsername") == sipUser)
+            out.push_back(r);
+    }
+    return out;
+}
+
+// The next non-ping frame on a topic, skipping others.
+json nextOn(LiveClient& live, const std::string& topic, std::chrono::milliseconds bound = 10s) {
+    QDeadlineTimer deadline(bound);
+    for (;;) {
+        auto frame =
+            live.nextData(std::chrono::milliseconds(std::max<qint64>(1, deadline.remainingTime())));
+        if (frame.value("topic", "") == topic)
+            return frame;
+    }
+}
+
+// Lets a call run: its audio needs this long to be sent, relayed and recorded.
+void talkFor(std::chrono::milliseconds duration) {
+    QEventLoop loop;
+    QTimer::singleShot(duration, &loop, &QEventLoop::quit);
+    loop.exec();
+}
+
+} // namespace
+
+TEST(DevServerPhone, AProvisionedDeviceRegistersOverTcp) {
+    PhoneServer server;
+    const auto device = server.provision("u-001", "install-tcp");
+    Agent app(server, device, "tcp", toneWav(server.folder(), 1000));
+    ASSERT_TRUE(app.waitRegistered()) << app.output();
+    const auto regs = registrationsOf(server, device.at("sipUsername"));
+    ASSERT_EQ(regs.size(), 1u) << server.control("GET", "phone").dump();
+    EXPECT_EQ(regs[0].at("transport"), "tcp");
+    EXPECT_NE(regs[0].at("contact").get<std::string>().find("127.0.0.1"), std::string::npos);
+}
+
+TEST(DevServerPhone, AProvisionedDeviceRegistersOverTlsTrustingTheServersCa) {
+    PhoneServer server;
+    const auto device = server.provision("u-001", "install-tls");
+    Agent app(server, device, "tls", toneWav(server.folder(), 1000));
+    ASSERT_TRUE(app.waitRegistered()) << app.output();
+    const auto regs = registrationsOf(server, device.at("sipUsername"));
+    ASSERT_EQ(regs.size(), 1u);
+    EXPECT_EQ(regs[0].at("transport"), "tls");
+}
+
+TEST(DevServerPhone, AWrongPasswordIsRefused) {
+    PhoneServer server;
+    const auto device = server.provision("u-001", "install-wrong");
+    Agent app(server, device, "tcp", toneWav(server.folder(), 1000), "not-the-password");
+    EXPECT_FALSE(app.waitRegistered());
+    EXPECT_NE(app.output().find("403"), std::string::npos) << app.output();
+    EXPECT_TRUE(registrationsOf(server, device.at("sipUsername")).empty());
+}
+
+TEST(DevServerPhone, AnUnknownUserIsRefused) {
+    PhoneServer server;
+    auto device = server.provision("u-001", "install-stranger");
+    device["sipUsername"] = "acme.201.nobody";
+    Agent app(server, device, "tcp", toneWav(server.folder(), 1000));
+    EXPECT_FALSE(app.waitRegistered());
+    EXPECT_NE(app.output().find("403"), std::string::npos) << app.output();
+}
+
+TEST(DevServerPhone, TheEchoExtensionSendsTheToneBack) {
+    PhoneServer server;
+    const auto device = server.provision("u-001", "install-echo");
+    Agent app(server, device, "tcp", toneWav(server.folder(), 1000));
+    ASSERT_TRUE(app.waitRegistered()) << app.output();
+    app.command("dial", "sip:999@rz.local");
+    app.waitEvent({"CALL_ESTABLISHED"});
+    talkFor(3s);
+    app.command("hangup");
+    app.waitEvent({"CALL_CLOSED"});
+    const auto heard = app.heard();
+    ASSERT_GT(heard.size(), 8000u) << "less than a second came back";
+    EXPECT_GT(tonePower(heard, 1000), 100 * tonePower(heard, 600));
+    EXPECT_GT(rms(heard), 1000);
+}
+
+TEST(DevServerPhone, TheSpeakingColleagueAnswersAfterTwoRingsAndSpeaks) {
+    PhoneServer server;
+    const auto device = server.provision("u-001", "install-speak");
+    Agent app(server, device, "tcp", toneWav(server.folder(), 1000));
+    ASSERT_TRUE(app.waitRegistered()) << app.output();
+    QElapsedTimer ringing;
+    app.command("dial", "sip:203@rz.local");
+    app.waitEvent({"CALL_RINGING"});
+    ringing.start();
+    app.waitEvent({"CALL_ESTABLISHED"}, 15s);
+    EXPECT_GE(ringing.elapsed(), 4000);
+    talkFor(3s);
+    app.command("hangup");
+    app.waitEvent({"CALL_CLOSED"});
+    const auto heard = app.heard();
+    ASSERT_GT(heard.size(), 8000u);
+    // The greeting: speech energy well above silence.
+    EXPECT_GT(rms(heard), 500);
+}
+
+TEST(DevServerPhone, TheBusyColleagueRefusesWith486) {
+    PhoneServer server;
+    const auto device = server.provision("u-001", "install-busy");
+    Agent app(server, device, "tcp", toneWav(server.folder(), 1000));
+    ASSERT_TRUE(app.waitRegistered()) << app.output();
+    app.command("dial", "sip:204@rz.local");
+    const auto closed = app.waitEvent({"CALL_CLOSED"});
+    EXPECT_NE(closed.dump().find("486"), std::string::npos) << closed.dump();
+}
+
+TEST(DevServerPhone, AGroupCallRingsADeviceOfEachMember) {
+    PhoneServer server;
+    // Sales (600): Anna, Frank and Grace; Anna and Frank have a phone here.
+    const auto anna = server.provision("u-001", "install-anna");
+    const auto frank = server.provision("u-006", "install-frank");
+    const QString tone = toneWav(server.folder(), 1000);
+    Agent annaApp(server, anna, "tcp", tone);
+    Agent frankApp(server, frank, "tls", tone);
+    ASSERT_TRUE(annaApp.waitRegistered()) << annaApp.output();
+    ASSERT_TRUE(frankApp.waitRegistered()) << frankApp.output();
+    server.control("POST", "phone/call", {{"from", "205"}, {"to", "600"}});
+    const auto atAnna = annaApp.waitEvent({"CALL_INCOMING"});
+    const auto atFrank = frankApp.waitEvent({"CALL_INCOMING"});
+    // One call, forked: the same Call-ID at both devices.
+    EXPECT_EQ(atAnna.at("id"), atFrank.at("id"));
+    frankApp.command("accept");
+    frankApp.waitEvent({"CALL_ESTABLISHED"});
+    // Anna's phone stops ringing when Frank answers.
+    annaApp.waitEvent({"CALL_CLOSED"});
+    server.control("POST", "phone/hangup", json::object());
+    frankApp.waitEvent({"CALL_CLOSED"});
+}
+
+TEST(DevServerPhone, LiveFramesCarryTheCallIdOfTheSipDialog) {
+    PhoneServer server;
+    QString token;
+    const auto device = server.provision("u-001", "install-live", &token);
+    Agent app(server, device, "tcp", toneWav(server.folder(), 1000));
+    ASSERT_TRUE(app.waitRegistered()) << app.output();
+    LiveClient live(server, token);
+    live.sub("calls:mine");
+    EXPECT_EQ(nextOn(live, "calls:mine").at("data").at("calls").size(), 0u);
+
+    app.command("dial", "sip:203@rz.local");
+    const auto ringing = app.waitEvent({"CALL_RINGING"});
+    const std::string sipCallId = ringing.at("id");
+    const auto upsert = nextOn(live, "calls:mine");
+    ASSERT_EQ(upsert.at("data").at("op"), "upsert");
+    const auto call = upsert.at("data").at("call");
+    EXPECT_EQ(call.at("myLegs").at(0).at("sipCallId"), sipCallId);
+    EXPECT_EQ(call.at("myLegs").at(0).at("deviceId"), device.at("deviceId"));
+    EXPECT_EQ(call.at("state"), "ringing");
+    EXPECT_EQ(call.at("direction"), "outbound");
+    EXPECT_EQ(call.at("to").at("userId"), "u-003");
+    const std::string id = call.at("id");
+    live.sub("call:" + id);
+    const auto snapshot = nextOn(live, "call:" + id);
+    EXPECT_EQ(snapshot.at("data").at("legs").size(), 2u);
+
+    app.waitEvent({"CALL_ESTABLISHED"}, 15s);
+    json connected;
+    while (connected.is_null()) {
+        const auto frame = nextOn(live, "calls:mine");
+        if (frame.at("data").value("op", "") == "upsert" &&
+            frame.at("data").at("call").at("state") == "connected")
+            connected = frame.at("data").at("call");
+    }
+    EXPECT_EQ(connected.at("id"), id);
+    EXPECT_TRUE(connected.contains("answeredAt"));
+
+    app.command("hangup");
+    app.waitEvent({"CALL_CLOSED"});
+    json ended;
+    while (ended.is_null()) {
+        const auto frame = nextOn(live, "calls:mine");
+        if (frame.at("data").value("op", "") == "end")
+            ended = frame.at("data");
+    }
+    EXPECT_EQ(ended.at("id"), id);
+
+    // The call log has the finished call at the top.
+    const auto log = server.get("api/calls?limit=1", token).json();
+    const auto row = log.at("calls").at(0);
+    EXPECT_EQ(row.at("callUuid"), id);
+    EXPECT_EQ(row.at("from"), "201");
+    EXPECT_EQ(row.at("to"), "203");
+    EXPECT_EQ(row.at("direction"), "internal");
+    EXPECT_EQ(row.at("result"), "answered");
+    EXPECT_TRUE(row.contains("answerAt"));
+    EXPECT_EQ(row.at("mine").at("role"), "caller");
+}
+
+TEST(DevServerPhone, AnUnansweredCallToAnnaLeavesAVoicemailWithItsAudio) {
+    PhoneServer server;
+    QString token;
+    const auto device = server.provision("u-001", "install-vm", &token);
+    Agent app(server, device, "tcp", toneWav(server.folder(), 1000));
+    ASSERT_TRUE(app.waitRegistered()) << app.output();
+    const auto before = server.get("api/voicemail-boxes/box-201/messages", token).json().size();
+
+    server.control("POST", "phone/call", {{"from", "205"}, {"to", "201"}});
+    app.waitEvent({"CALL_INCOMING"});
+    QElapsedTimer rang;
+    rang.start();
+    // Nobody answers: after 20 s the mailbox takes the call and the phone stops ringing.
+    app.waitEvent({"CALL_CLOSED"}, 30s);
+    EXPECT_GE(rang.elapsed(), 19000);
+    // The caller speaks for a few seconds, then hangs up.
+    talkFor(4s);
+    server.control("POST", "phone/hangup", json::object());
+
+    json messages;
+    QDeadlineTimer deadline(10s);
+    do {
+        messages = server.get("api/voicemail-boxes/box-201/messages", token).json();
+    } while (messages.size() == before && !deadline.hasExpired());
+    ASSERT_EQ(messages.size(), before + 1);
+    const auto message = messages.at(0);
+    EXPECT_EQ(message.at("caller"), "205");
+    EXPECT_GT(message.at("durationS").get<double>(), 1.0);
+    const auto audio =
+        server.get(QString::fromStdString("api/voicemail-messages/" +
+                                          message.at("id").get<std::string>() + "/audio"),
+                   token);
+    ASSERT_EQ(audio.status, 200);
+    EXPECT_EQ(audio.header("Content-Type"), "audio/wav");
+    const auto samples = wavSamples(audio.body);
+    ASSERT_GT(samples.size(), 8000u);
+    EXPECT_GT(rms(samples), 300) << "the caller's speech is in the message";
+}
+
+TEST(DevServerPhone, TheRegistrarGoesDownAndComesBackThroughControl) {
+    PhoneServer server;
+    const auto tcp = server.edgePort("tcp");
+    server.control("POST", "phone/registrar", {{"down", true}});
+    QTcpSocket probe;
+    probe.connectToHost("127.0.0.1", tcp);
+    EXPECT_FALSE(probe.waitForConnected(1000));
+    EXPECT_TRUE(server.control("GET", "phone").at("registrarDown").get<bool>());
+
+    server.control("POST", "phone/registrar", {{"down", false}});
+    const auto ready =
+        httpRequest(server.network(), "GET", server.url("_control/phone/ready"), {}, {}, 20s);
+    ASSERT_EQ(ready.status, 200) << ready.body.toStdString();
+    // The colleagues registered again with the fresh registrar, and a device can too.
+    EXPECT_EQ(registrationsOf(server, "acme.203.party").size(), 1u);
+    const auto device = server.provision("u-001", "install-after");
+    Agent app(server, device, "tcp", toneWav(server.folder(), 1000));
+    EXPECT_TRUE(app.waitRegistered()) << app.output();
+}
+
+TEST(DevServerPhone, TheDemoRingsAnnasAppWhenSheHasOneAndIsFree) {
+    PhoneServer server({"--demo"});
+    // No phone of Anna's yet: nobody calls.
+    EXPECT_FALSE(server.control("POST", "demo/tick").at("called").get<bool>());
+    const auto device = server.provision("u-001", "install-demo");
+    Agent app(server, device, "tcp", toneWav(server.folder(), 1000));
+    ASSERT_TRUE(app.waitRegistered()) << app.output();
+    EXPECT_TRUE(server.control("POST", "demo/tick").at("called").get<bool>());
+    const auto incoming = app.waitEvent({"CALL_INCOMING"});
+    EXPECT_NE(incoming.dump().find("acme.205.party"), std::string::npos) << incoming.dump();
+    // While she is on that call, the demo leaves her alone.
+    EXPECT_FALSE(server.control("POST", "demo/tick").at("called").get<bool>());
+}
+
+TEST(DevServerPhone, TheCallTopicCarriesQualityMeasuredByTheRelay) {
+    PhoneServer server;
+    QString token;
+    const auto device = server.provision("u-001", "install-quality", &token);
+    Agent app(server, device, "tcp", toneWav(server.folder(), 1000));
+    ASSERT_TRUE(app.waitRegistered()) << app.output();
+    LiveClient live(server, token);
+    live.sub("calls:mine");
+    nextOn(live, "calls:mine");
+    app.command("dial", "sip:203@rz.local");
+    const std::string id = nextOn(live, "calls:mine").at("data").at("call").at("id");
+    live.sub("call:" + id);
+    nextOn(live, "call:" + id);
+    app.waitEvent({"CALL_ESTABLISHED"}, 15s);
+    // The relay scores a stream once the parties' first RTCP reports came through it.
+    json delta;
+    while (delta.is_null()) {
+        const auto frame = nextOn(live, "call:" + id, 25s);
+        if (frame.at("data").contains("quality"))
+            delta = frame.at("data");
+    }
+    const auto legId = delta.at("legId").get<std::string>();
+    EXPECT_TRUE(legId.ends_with("-a") || legId.ends_with("-b")) << legId;
+    const auto quality = delta.at("quality");
+    EXPECT_GT(quality.at("mos").get<double>(), 1.0);
+    EXPECT_LE(quality.at("mos").get<double>(), 5.0);
+    // Loopback with nothing in the way: no loss, and the level says so.
+    EXPECT_EQ(quality.at("lossPct").get<double>(), 0.0);
+    EXPECT_EQ(quality.at("level"), "good");
+    app.command("hangup");
+    app.waitEvent({"CALL_CLOSED"});
+}
+
+TEST(DevServerPhone, ACallerOnTheMainLineWaitsInTheSupportQueueUntilAnnaAnswers) {
+    PhoneServer server;
+    QString token;
+    const auto device = server.provision("u-001", "install-queue", &token);
+    Agent app(server, device, "tcp", toneWav(server.folder(), 1000));
+    ASSERT_TRUE(app.waitRegistered()) << app.output();
+    LiveClient live(server, token);
+    live.sub("queue:q-support");
+    nextOn(live, "queue:q-support");
+
+    server.control("POST", "phone/call", {{"from", "205"}, {"to", "+493055500000"}});
+    const auto incoming = app.waitEvent({"CALL_INCOMING"});
+    const auto agentOf = [](const json& board, const std::string& user) {
+        for (const auto& a : board.at("agents")) {
+            if (a.at("userId") == user)
+                return a;
+        }
+        return json();
+    };
+    const auto waitingOf = [&](const json& board) {
+        for (const auto& w : board.at("waiting")) {
+            if (w.at("callId") == incoming.at("id"))
+                return w;
+        }
+        return json();
+    };
+    const auto waitBoard = [&](const std::function<bool(const json&)>& wanted) {
+        for (;;) {
+            const auto frame = nextOn(live, "queue:q-support");
+            const auto board = frame.at("data").at("board");
+            if (wanted(board))
+                return board;
+        }
+    };
+    const auto ringing = waitBoard([&](const json& b) { return !waitingOf(b).is_null(); });
+    EXPECT_EQ(waitingOf(ringing).at("state"), "waiting");
+    EXPECT_EQ(waitingOf(ringing).at("from").at("userId"), "u-005");
+    EXPECT_EQ(agentOf(ringing, "u-001").at("state"), "ringing");
+    const int answeredBefore = agentOf(ringing, "u-001").at("answeredToday");
+
+    app.command("accept");
+    app.waitEvent({"CALL_ESTABLISHED"});
+    const auto taken = waitBoard([&](const json& b) { return waitingOf(b).is_null(); });
+    EXPECT_EQ(agentOf(taken, "u-001").at("state"), "on_call");
+    EXPECT_EQ(agentOf(taken, "u-001").at("answeredToday"), answeredBefore + 1);
+
+    app.command("hangup");
+    app.waitEvent({"CALL_CLOSED"});
+    const auto after =
+        waitBoard([&](const json& b) { return agentOf(b, "u-001").at("state") == "available"; });
+    EXPECT_TRUE(waitingOf(after).is_null());
+}
