@@ -55,7 +55,9 @@ struct CallState {
     Kind kind = Kind::ringing;
     std::string reason; // transferFailed and ended; "local" when this side ended the call
 
-    static CallState transferFailed(std::string why) { return {Kind::transferFailed, std::move(why)}; }
+    static CallState transferFailed(std::string why) {
+        return {Kind::transferFailed, std::move(why)};
+    }
     static CallState ended(std::string why) { return {Kind::ended, std::move(why)}; }
     static CallState ringing() { return {Kind::ringing, {}}; }
     static CallState connected() { return {Kind::connected, {}}; }
