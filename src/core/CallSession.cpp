@@ -185,7 +185,6 @@ void CallSession::release() {
 
 void CallSession::onProgress(const struct sip_msg* msg, void* arg) {
     auto* self = static_cast<CallSession*>(arg);
-    Client::setNoDelay(msg);
     if (msg->scode == 183 && mbuf_get_left(msg->mb) > 0) {
         // Early media: the ringback or announcement is played as it comes.
         self->applyRemoteDescription(msg->mb, false);
@@ -198,7 +197,6 @@ void CallSession::onProgress(const struct sip_msg* msg, void* arg) {
 
 int CallSession::onAnswer(const struct sip_msg* msg, void* arg) {
     auto* self = static_cast<CallSession*>(arg);
-    Client::setNoDelay(msg);
     self->applyRemoteDescription(msg->mb, false);
     if (self->m_holdPending) {
         // The answer to our hold or resume: the far end agreed.
@@ -212,14 +210,12 @@ int CallSession::onAnswer(const struct sip_msg* msg, void* arg) {
 
 int CallSession::onOffer(struct mbuf** descp, const struct sip_msg* msg, void* arg) {
     auto* self = static_cast<CallSession*>(arg);
-    Client::setNoDelay(msg);
     self->applyRemoteDescription(msg->mb, true);
     return sdp_encode(descp, self->m_sdp, false);
 }
 
-void CallSession::onEstablished(const struct sip_msg* msg, void* arg) {
+void CallSession::onEstablished(const struct sip_msg*, void* arg) {
     auto* self = static_cast<CallSession*>(arg);
-    Client::setNoDelay(msg);
     self->m_established = true;
     self->report(CallState::connected());
 }

@@ -39,9 +39,6 @@ public:
     std::string uriFor(const std::string& user) const;
 
     static int onAuth(char** user, char** password, const char* realm, void* arg);
-    // Nagle's delay would hold back a request sent right after a reply on the
-    // same connection by up to 40 ms.
-    static void setNoDelay(const struct sip_msg* msg);
 
     const SipAccount m_account;
     std::string m_route;
@@ -104,6 +101,7 @@ private:
     int m_challenges = 0;
     bool m_certificateRejected = false;
     std::string m_certificateError;
+    std::string m_caFileError; // the extra authorities named in optionPair are unreadable
     std::optional<RegistrationState> m_lastReported;
     std::map<std::string, std::shared_ptr<CallSession>> m_calls;
     std::function<void()> m_whenClosed;

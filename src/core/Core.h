@@ -20,9 +20,9 @@ namespace core {
 // Transport: SIP runs over TLS when the server's port is 5061 or 443 (or when
 // optionFlag is set), over TCP otherwise. TLS checks the server's certificate
 // and its host name or IP address against the system's authorities, plus the
-// PEM file named by optionPair {"tls-ca-file", path} or, failing that, by the
-// environment variable VELNOR_SIP_CA_FILE; a certificate that does not pass
-// fails the registration. Calls over TLS use SRTP (SDES keys in the SDP).
+// PEM file named by optionPair {"tls-ca-file", path} (start throws when that
+// file cannot be read); a certificate that does not pass fails the
+// registration. Calls over TLS use SRTP (SDES keys in the SDP).
 struct SipAccount {
     std::string server; // the edge, "host:port"
     std::string realm;  // may be empty

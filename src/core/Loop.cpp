@@ -1,6 +1,7 @@
 #include "Loop.h"
 
 #include "Log.h"
+#include "Sockets.h"
 
 #include <re.h>
 #define DEBUG_MODULE "loop"
@@ -65,6 +66,7 @@ Loop& Loop::instance() {
 Loop::Loop() {
     auto& s = state();
     std::thread([&s] {
+        markEngineThread();
         int error = libre_init();
         if (!error) {
             dbg_init(DBG_WARNING, DBG_NONE);

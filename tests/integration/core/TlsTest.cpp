@@ -52,7 +52,6 @@ TEST(Tls, WithoutTheTestAuthorityTheCertificateIsNotTrusted) {
     Lab lab;
     auto account = lab.tlsAccount("alice");
     account.optionPair.reset();
-    unsetenv("VELNOR_SIP_CA_FILE");
     auto client = core::SipClient::init(account, lab.events);
     client->start();
     const auto state = lab.events->waitRegistered();
@@ -104,16 +103,39 @@ TEST(Tls, AnIncomingSrtpCallIsAnsweredWithSrtp) {
     client->stop();
 }
 
-TEST(Tls, TheExtraAuthorityCanComeFromTheEnvironment) {
+TEST(Tls, TheExtraAuthorityIsTakenFromTheAccountAndNotFromTheEnvironment) {
     Lab lab;
     auto account = lab.tlsAccount("alice");
     account.optionPair.reset();
+    // The variable older builds read: it must make no difference now.
     setenv("VELNOR_SIP_CA_FILE", lab.certs.trustedCa.toUtf8().constData(), 1);
     auto client = core::SipClient::init(account, lab.events);
     client->start();
-    EXPECT_EQ(lab.events->waitRegistered(), core::RegistrationState::registered());
-    client->stop();
+    const auto state = lab.events->waitRegistered();
     unsetenv("VELNOR_SIP_CA_FILE");
+    ASSERT_EQ(state.kind, core::RegistrationState::Kind::failed);
+    EXPECT_NE(state.reason.find("not trusted"), std::string::npos) << state.reason;
+    client->stop();
+}
+
+TEST(Tls, AnUnreadableAuthorityFileFailsTheStartWithASentence) {
+    Lab lab;
+    auto account = lab.tlsAccount("alice");
+    const std::string missing = lab.dir.path().toStdString() + "/no-such-ca.pem";
+    account.optionPair = std::make_pair(std::string("tls-ca-file"), missing);
+    auto client = core::SipClient::init(account, lab.events);
+    try {
+        client->start();
+        FAIL() << "start accepted an unreadable authority file";
+    } catch (const core::CoreError& error) {
+        EXPECT_EQ(error.kind(), core::CoreError::Kind::message);
+        EXPECT_EQ(error.text(), "The certificate authorities in " + missing + " cannot be read.");
+    }
+    // The engine goes on: the same account with a good file registers.
+    auto good = core::SipClient::init(lab.tlsAccount("alice"), lab.events);
+    good->start();
+    EXPECT_EQ(lab.events->waitRegistered(), core::RegistrationState::registered());
+    good->stop();
 }
 
 TEST(Tls, ATrustedCertificateForAnotherHostFailsTheRegistration) {
