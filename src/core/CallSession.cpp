@@ -236,6 +236,13 @@ void CallSession::onClosed(int err, const struct sip_msg* msg, void* arg) {
     self->ended(reason);
 }
 
+std::vector<std::int16_t> CallSession::readAudio() {
+    // The one allocation here is the frame handed back.
+    std::vector<std::int16_t> frame(frameSamples);
+    m_stream.readAudio(frame.data(), frame.size());
+    return frame;
+}
+
 void CallSession::writeAudio(const std::vector<std::int16_t>& frame) {
     if (frame.empty()) {
         return;

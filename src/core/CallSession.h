@@ -29,7 +29,10 @@ public:
     std::string sipCallId() const override { return m_callId; }
     std::vector<std::uint64_t> mediaCounters() const override { return m_stream.counters(); }
     CallStats stats() const override { return m_stream.stats(); }
-    std::vector<std::int16_t> readAudio() override { return m_stream.readAudio(); }
+    std::vector<std::int16_t> readAudio() override;
+    void readAudioInto(std::int16_t* out, std::size_t count) override {
+        m_stream.readAudio(out, count);
+    }
     std::optional<std::string> remoteName() const override { return m_name; }
     std::string remoteNumber() const override { return m_number; }
     void writeAudio(const std::vector<std::int16_t>& frame) override;

@@ -4,6 +4,7 @@
 // media passes through these types; nothing of the libraries underneath is
 // visible here.
 
+#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <memory>
@@ -122,6 +123,10 @@ public:
     // Received audio at 8000 Hz, normally 160 samples. Called on the real-time
     // render thread: never blocks, never empty, silence when nothing arrived.
     virtual std::vector<std::int16_t> readAudio() = 0;
+    // The same into the caller's buffer, exactly count samples, for render
+    // paths that must not touch the heap; the engine's calls neither allocate,
+    // free nor lock here. The default copies what readAudio() gives.
+    virtual void readAudioInto(std::int16_t* out, std::size_t count);
     virtual std::optional<std::string> remoteName() const = 0;
     virtual std::string remoteNumber() const = 0;
     // Microphone audio, exactly 160 samples at 8000 Hz, from the capture

@@ -5,6 +5,7 @@
 
 #include <openssl/rand.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstring>
 
@@ -21,6 +22,13 @@ int MediaStream::open(const sa& local, bool secure) {
     m_receiveCodec.fill(-1);
     RAND_bytes(reinterpret_cast<unsigned char*>(&m_sendTimestamp), sizeof m_sendTimestamp);
     m_secure = secure;
+    // Every decoder the far end may switch to, made now: the render thread
+    // must not allocate one when the first packet of a codec arrives.
+    for (const Codec codec : {Codec::pcmu, Codec::pcma, Codec::g722, Codec::opus}) {
+        if (!m_decoders[std::size_t(codec)]) {
+            m_decoders[std::size_t(codec)] = std::make_unique<AudioDecoder>(codec);
+        }
+    }
     sa address = local;
     sa_set_port(&address, 0);
     int err = rtp_listen(&m_rtp, IPPROTO_UDP, &address, 20000, 40000, true, onRtp, onRtcp, this);
@@ -148,15 +156,18 @@ void MediaStream::onRtp(const struct sa*, const struct rtp_header* hdr, struct m
     if (codec < 0) {
         return;
     }
-    MediaPacket packet;
-    packet.seq = hdr->seq;
-    packet.timestamp = hdr->ts;
-    packet.codec = Codec(codec);
-    packet.payload.assign(mbuf_buf(mb), mbuf_buf(mb) + mbuf_get_left(mb));
-    const double arrival = double(nowMs());
-    std::lock_guard lock(self->m_receiveLock);
-    self->m_jitter.put(std::move(packet), arrival, rtpClockRate(Codec(codec)));
-    self->m_jitterMs = self->m_jitter.jitterMs();
+    PacketRing::Entry* entry = self->m_ring.claim();
+    if (!entry) {
+        return; // the render side has stopped reading; this packet is stale anyway
+    }
+    entry->packet.seq = hdr->seq;
+    entry->packet.timestamp = hdr->ts;
+    entry->packet.codec = Codec(codec);
+    if (!entry->packet.assign(mbuf_buf(mb), mbuf_get_left(mb))) {
+        return;
+    }
+    entry->arrivalMs = double(nowMs());
+    self->m_ring.publish();
 }
 
 void MediaStream::onRtcp(const struct sa*, struct rtcp_msg* msg, void* arg) {
@@ -197,11 +208,8 @@ std::vector<std::uint64_t> MediaStream::counters() const {
 CallStats MediaStream::stats() const {
     CallStats out;
     out.packetsReceived = m_packetsIn.load();
-    {
-        std::lock_guard lock(m_receiveLock);
-        out.packetsLost = m_lost;
-        out.jitterMs = m_jitterMs;
-    }
+    out.packetsLost = m_lost.load(std::memory_order_relaxed);
+    out.jitterMs = m_jitterMs.load(std::memory_order_relaxed);
     std::lock_guard lock(m_statsLock);
     out.remoteLoss = m_remoteLoss;
     out.remoteJitterMs = m_remoteJitterMs;
@@ -209,45 +217,59 @@ CallStats MediaStream::stats() const {
     return out;
 }
 
-std::vector<std::int16_t> MediaStream::readAudio() {
-    std::vector<std::int16_t> frame;
-    // Decode on this thread: only moving packets out needs the lock, and a
-    // busy lock means this frame is concealed rather than waited for.
-    while (int(m_pcm.size()) < frameSamples) {
-        MediaPacket packet;
-        JitterBuffer::Take taken = JitterBuffer::Take::empty;
-        {
-            std::unique_lock lock(m_receiveLock, std::try_to_lock);
-            if (lock.owns_lock()) {
-                taken = m_jitter.take(packet);
-                if (taken == JitterBuffer::Take::lost) {
-                    ++m_lost;
-                }
-            }
+void MediaStream::drainArrived() {
+    while (const PacketRing::Entry* entry = m_ring.front()) {
+        m_jitter.put(entry->packet, entry->arrivalMs, rtpClockRate(entry->packet.codec));
+        m_ring.release();
+    }
+    m_jitterMs.store(m_jitter.jitterMs(), std::memory_order_relaxed);
+}
+
+void MediaStream::refill() {
+    while (m_pcmCount < std::size_t(frameSamples)) {
+        MediaPacket& packet = m_taken;
+        const JitterBuffer::Take taken = m_jitter.take(packet);
+        AudioDecoder* decoder = taken == JitterBuffer::Take::packet
+                                    ? m_decoders[std::size_t(packet.codec)].get()
+                                    : nullptr;
+        if (taken == JitterBuffer::Take::lost) {
+            m_lost.fetch_add(1, std::memory_order_relaxed);
         }
-        if (taken == JitterBuffer::Take::packet) {
-            if (!m_decoder || m_decoder->codec() != packet.codec) {
-                m_decoder = std::make_unique<AudioDecoder>(packet.codec);
-            }
-            m_decoder->decode(packet.payload, m_pcm);
+        const std::size_t room = pcmCapacity - m_pcmCount;
+        if (decoder && AudioDecoder::maxDecodedSamples(packet.size) <= room) {
+            m_pcmCount += std::size_t(
+                decoder->decode(packet.data(), packet.size, m_pcm.data() + m_pcmCount, int(room)));
+            m_lastDecoder = decoder;
             m_concealed = 0;
-        } else if (m_decoder && m_concealed < 5) {
+        } else if (m_lastDecoder && m_concealed < 5) {
             // A gap, or nothing yet: bridge up to 100 ms, then fall silent.
-            m_decoder->conceal(m_pcm);
+            m_lastDecoder->conceal(m_pcm.data() + m_pcmCount);
+            m_pcmCount += std::size_t(frameSamples);
             ++m_concealed;
             if (taken == JitterBuffer::Take::empty) {
-                break;
+                return;
             }
         } else {
-            m_pcm.resize(m_pcm.size() + frameSamples, 0);
-            break;
+            std::fill_n(m_pcm.data() + m_pcmCount, frameSamples, std::int16_t(0));
+            m_pcmCount += std::size_t(frameSamples);
+            return;
         }
     }
-    const size_t count = std::min<size_t>(frameSamples, m_pcm.size());
-    frame.assign(m_pcm.begin(), m_pcm.begin() + long(count));
-    m_pcm.erase(m_pcm.begin(), m_pcm.begin() + long(count));
-    frame.resize(frameSamples, 0);
-    return frame;
+}
+
+void MediaStream::readAudio(std::int16_t* out, std::size_t count) {
+    drainArrived();
+    std::size_t written = 0;
+    while (written < count) {
+        if (m_pcmCount == 0) {
+            refill();
+        }
+        const std::size_t taken = std::min(count - written, m_pcmCount);
+        std::copy_n(m_pcm.data(), taken, out + written);
+        std::copy(m_pcm.data() + taken, m_pcm.data() + m_pcmCount, m_pcm.data());
+        m_pcmCount -= taken;
+        written += taken;
+    }
 }
 
 void MediaStream::queueFrame(const std::vector<std::int16_t>& frame) {

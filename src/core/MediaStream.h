@@ -9,6 +9,7 @@
 #include "AudioCodec.h"
 #include "Core.h"
 #include "JitterBuffer.h"
+#include "PacketRing.h"
 
 #include <re.h>
 
@@ -63,8 +64,9 @@ public:
     std::vector<std::uint64_t> counters() const;
     CallStats stats() const;
 
-    // Render thread.
-    std::vector<std::int16_t> readAudio();
+    // Render thread: exactly count samples at 8000 Hz, silence where nothing
+    // arrived. Neither allocates, frees nor locks.
+    void readAudio(std::int16_t* out, std::size_t count);
 
     // Capture thread: queues one frame for flush().
     void queueFrame(const std::vector<std::int16_t>& frame);
@@ -79,6 +81,10 @@ private:
     static bool onSrtcpSend(int* err, struct sa* dst, struct mbuf* mb, void* arg);
     static bool onSrtcpReceive(struct sa* src, struct mbuf* mb, void* arg);
     void applyCrypto(const std::string& attribute);
+    // Render thread: moves arrived packets into the jitter buffer, then
+    // decodes or conceals about one frame into m_pcm.
+    void drainArrived();
+    void refill();
 
     std::string m_name;
 
@@ -115,16 +121,20 @@ private:
     std::atomic<std::uint64_t> m_packetsIn{0};
     std::atomic<std::uint64_t> m_packetsOut{0};
 
-    // Received media: filled on the loop, drained on the render thread. The
-    // lock is held only to move one packet in or out.
-    mutable std::mutex m_receiveLock;
+    // Received media: packets cross from the loop to the render thread
+    // through the ring; the render thread owns the jitter buffer, the
+    // decoders (all made when the stream opens) and the decoded samples.
+    PacketRing m_ring;
     JitterBuffer m_jitter;
-    std::uint64_t m_lost = 0;
-    double m_jitterMs = 0;
-    // Render thread only.
-    std::vector<std::int16_t> m_pcm;
-    std::unique_ptr<AudioDecoder> m_decoder;
+    std::array<std::unique_ptr<AudioDecoder>, 4> m_decoders;
+    AudioDecoder* m_lastDecoder = nullptr;
+    static constexpr std::size_t pcmCapacity = 4096;
+    std::array<std::int16_t, pcmCapacity> m_pcm{};
+    std::size_t m_pcmCount = 0;
     int m_concealed = 0;
+    MediaPacket m_taken; // the packet being decoded
+    std::atomic<std::uint64_t> m_lost{0};
+    std::atomic<double> m_jitterMs{0};
 
     // Microphone frames on their way to the loop.
     std::mutex m_sendLock;
