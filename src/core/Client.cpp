@@ -18,6 +18,7 @@ extern "C" struct ssl_ctx_st* tls_openssl_context(const struct tls* tls);
 #include <condition_variable>
 #include <cstring>
 #include <string_view>
+#include <thread>
 
 namespace core {
 
@@ -27,6 +28,25 @@ constexpr std::uint32_t registerExpiry = 300; // refreshed at half of it, far be
 constexpr std::uint64_t keepaliveMs = 25000;
 constexpr std::uint64_t stopBoundMs = 3000;
 constexpr const char* caFileOption = "tls-ca-file";
+
+// The address this machine uses to reach the server, for Contact and media:
+// the source of a UDP socket connected there (nothing is sent).
+bool sourceAddressFor(const sockaddr* server, socklen_t length, sa& local) {
+    bool ok = false;
+    const int fd = socket(server->sa_family, SOCK_DGRAM, 0);
+    if (fd >= 0 && connect(fd, server, length) == 0) {
+        sockaddr_storage address{};
+        socklen_t size = sizeof address;
+        if (getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) == 0) {
+            ok = sa_set_sa(&local, reinterpret_cast<sockaddr*>(&address)) == 0;
+            sa_set_port(&local, 0);
+        }
+    }
+    if (fd >= 0) {
+        close(fd);
+    }
+    return ok;
+}
 
 } // namespace
 
@@ -59,6 +79,9 @@ std::string Client::uriFor(const std::string& user) const {
 Client::~Client() {
     // Normally stop() has closed everything; a client dropped without it is
     // closed here, without the un-REGISTER.
+    if (!Loop::instance().running()) {
+        return;
+    }
     Loop::instance().call([this] {
         if (!m_closed) {
             teardown();
@@ -220,7 +243,7 @@ void Client::onRegisterResponse(int err, const struct sip_msg* msg, void* arg) {
 void Client::onRegisterTimer(void* arg) {
     auto* self = static_cast<Client*>(arg);
     if (!self->m_stopping) {
-        self->sendRegister(registerExpiry);
+        self->registerNow();
     }
 }
 
@@ -298,10 +321,20 @@ void Client::onTrace(bool sent, enum sip_transp, const struct sa* src, const str
 }
 
 void Client::start() {
-    Loop::instance().call([this] {
-        if (m_started) {
-            return;
+    if (m_startCalled.exchange(true)) {
+        return;
+    }
+    // The caller does not wait: setting up and any failure of it arrive as
+    // registration states, like everything after.
+    Loop::instance().post([weak = weak_from_this()] {
+        if (auto self = weak.lock()) {
+            self->setUp();
         }
+    });
+}
+
+void Client::setUp() {
+    {
         m_started = true;
         int err = 0;
         std::array<sa, 4> servers{};
@@ -347,10 +380,7 @@ void Client::start() {
                 } else {
                     X509_VERIFY_PARAM_set1_host(param, m_host.c_str(), 0);
                 }
-                err = sip_transp_add(m_sip, SIP_TRANSP_TLS, &m_localAddress, m_tlsContext);
             }
-        } else if (!err) {
-            err = sip_transp_add(m_sip, SIP_TRANSP_TCP, &m_localAddress);
         }
         if (!err) {
             err = sipsess_listen(&m_sessions, m_sip, 32, onIncoming, this);
@@ -365,20 +395,88 @@ void Client::start() {
         if (!err) {
             err = sip_auth_alloc(&m_registerAuth, onAuth, this, false);
         }
-        if (err) {
+        if (err || !m_caFileError.empty()) {
+            report(RegistrationState::failed(
+                err ? format("The SIP engine could not start (%s).", strerror(err))
+                    : m_caFileError));
             teardown();
-            throw CoreError(CoreError::Kind::message,
-                            format("The SIP engine could not start (%s).", strerror(err)));
-        }
-        if (!m_caFileError.empty()) {
-            teardown();
-            throw CoreError(CoreError::Kind::message, m_caFileError);
+            return;
         }
         info(format("registering %s at %s over %s", m_aor.c_str(), serverName().c_str(),
                     m_tls ? "TLS" : "TCP"));
         report(RegistrationState::registering());
+        // With the server's name still being resolved, resolved() goes on from here.
+        if (m_resolution == Resolution::done) {
+            openTransportAndRegister();
+        } else if (m_resolution == Resolution::failed) {
+            registrationFailed(unreachableReason(), true);
+        }
+    }
+}
+
+std::string Client::unreachableReason() const {
+    return format("The server %s cannot be reached.", serverName().c_str());
+}
+
+void Client::openTransportAndRegister() {
+    if (!m_transportOpen) {
+        const int err = m_tls ? sip_transp_add(m_sip, SIP_TRANSP_TLS, &m_localAddress, m_tlsContext)
+                              : sip_transp_add(m_sip, SIP_TRANSP_TCP, &m_localAddress);
+        if (err) {
+            registrationFailed(format("The SIP engine could not start (%s).", strerror(err)));
+            return;
+        }
+        m_transportOpen = true;
+    }
+    sendRegister(registerExpiry);
+}
+
+void Client::registerNow() {
+    if (m_transportOpen) {
         sendRegister(registerExpiry);
-    });
+    } else if (m_resolution != Resolution::pending) {
+        // The name did not resolve last time: ask again.
+        m_resolution = Resolution::pending;
+        resolveInBackground();
+    }
+}
+
+void Client::resolveInBackground() {
+    // getaddrinfo blocks for as long as the name servers take: neither the
+    // app's thread nor the loop may wait on it, so it gets a thread of its own.
+    std::thread([weak = weak_from_this(), host = m_host, port = m_port] {
+        addrinfo hints{};
+        hints.ai_socktype = SOCK_DGRAM;
+        addrinfo* found = nullptr;
+        sa local{};
+        bool ok = getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found) == 0 &&
+                  found && sourceAddressFor(found->ai_addr, found->ai_addrlen, local);
+        if (found) {
+            freeaddrinfo(found);
+        }
+        Loop::instance().post([weak, ok, local] {
+            if (auto self = weak.lock()) {
+                self->resolved(ok, local);
+            }
+        });
+    }).detach();
+}
+
+void Client::resolved(bool ok, const sa& local) {
+    m_resolution = ok ? Resolution::done : Resolution::failed;
+    if (ok) {
+        m_localAddress = local;
+    } else {
+        warn("no address for the server " + serverName());
+    }
+    if (!m_started || m_stopping) {
+        return;
+    }
+    if (ok) {
+        openTransportAndRegister();
+    } else {
+        registrationFailed(unreachableReason(), true);
+    }
 }
 
 void Client::reRegister() {
@@ -393,7 +491,7 @@ void Client::reRegister() {
         self->report(RegistrationState::registering());
         self->m_registerRequest =
             static_cast<struct sip_request*>(mem_deref(self->m_registerRequest));
-        self->sendRegister(registerExpiry);
+        self->registerNow();
     });
 }
 
@@ -416,7 +514,7 @@ void Client::onStopTimer(void* arg) {
 }
 
 void Client::stop() {
-    if (!m_started) {
+    if (!m_startCalled) {
         return;
     }
     if (Loop::instance().onLoop()) {
@@ -528,6 +626,10 @@ std::shared_ptr<Call> Client::placeCall(const std::string& number) {
         if (!m_sip || m_stopping) {
             throw CoreError(CoreError::Kind::message, "The phone is not started.");
         }
+        if (!m_transportOpen) {
+            throw CoreError(CoreError::Kind::message,
+                            "The phone is not connected to the server yet.");
+        }
         auto call = std::make_shared<CallSession>(this, false, number, std::nullopt);
         const std::string target = uriFor(number);
         int err = call->prepareMedia(m_localAddress, m_tls);
@@ -577,34 +679,7 @@ void Client::onIncoming(const struct sip_msg* msg, void* arg) {
     self->reportIncoming(call);
 }
 
-namespace {
-
-// The address this machine uses to reach the server, for Contact and media.
-bool localAddressFor(const std::string& host, std::uint16_t port, sa& local) {
-    addrinfo hints{};
-    hints.ai_socktype = SOCK_DGRAM;
-    addrinfo* found = nullptr;
-    if (getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found) || !found) {
-        return false;
-    }
-    bool ok = false;
-    const int fd = socket(found->ai_family, SOCK_DGRAM, 0);
-    if (fd >= 0 && connect(fd, found->ai_addr, found->ai_addrlen) == 0) {
-        sockaddr_storage address{};
-        socklen_t length = sizeof address;
-        if (getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0) {
-            ok = sa_set_sa(&local, reinterpret_cast<sockaddr*>(&address)) == 0;
-            sa_set_port(&local, 0);
-        }
-    }
-    if (fd >= 0) {
-        close(fd);
-    }
-    freeaddrinfo(found);
-    return ok;
-}
-
-} // namespace
+namespace {} // namespace
 
 std::shared_ptr<SipClient> SipClient::init(const SipAccount& account,
                                            std::shared_ptr<ClientDelegate> delegate) {
@@ -629,11 +704,25 @@ std::shared_ptr<SipClient> SipClient::init(const SipAccount& account,
     }
     // The SIP ports for TLS; anything else is plain TCP, unless optionFlag asks for TLS.
     const bool tls = port == 5061 || port == 443 || account.optionFlag;
-    Loop::instance();
+    if (!Loop::instance().running()) {
+        throw CoreError(CoreError::Kind::message, "The SIP engine could not start.");
+    }
     auto client =
         std::make_shared<Client>(account, std::move(delegate), host, std::uint16_t(port), tls);
-    if (!localAddressFor(host, std::uint16_t(port), client->m_localAddress)) {
-        throw CoreError(CoreError::Kind::unreachable, account.server, "no address for the host");
+    sa literal{};
+    if (sa_set_str(&literal, host.c_str(), std::uint16_t(port)) == 0) {
+        // An address as it stands: no name server is asked.
+        if (!sourceAddressFor(&literal.u.sa, literal.len, client->m_localAddress)) {
+            throw CoreError(CoreError::Kind::unreachable, account.server, "no route to the host");
+        }
+        client->m_resolution = Client::Resolution::done;
+    } else {
+        // Even starting a thread is left to the loop: init returns at once.
+        Loop::instance().post([weak = std::weak_ptr<Client>(client)] {
+            if (auto self = weak.lock()) {
+                self->resolveInBackground();
+            }
+        });
     }
     info(format("SIP over %s to %s", tls ? "TLS" : "TCP", account.server.c_str()));
     return client;

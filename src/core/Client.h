@@ -56,6 +56,16 @@ private:
     void sendRegister(std::uint32_t expires);
     void registrationFailed(std::string reason, bool unreachable = false);
     void teardown();
+    // start()'s work on the loop: the SIP stack, TLS, then registration.
+    void setUp();
+    // The server's name is resolved on a thread of its own; the outcome
+    // arrives on the loop through resolved().
+    void resolveInBackground();
+    void resolved(bool ok, const sa& local);
+    void openTransportAndRegister();
+    // Registers now, or first resolves the name again when that failed before.
+    void registerNow();
+    std::string unreachableReason() const;
     void setUpTls();
     std::string serverName() const;
     std::string hostForUri() const;
@@ -80,7 +90,11 @@ private:
     std::string m_domain;
     std::string m_serverUri;
 
+    enum class Resolution { pending, done, failed };
+    Resolution m_resolution = Resolution::pending;
+
     // Loop thread only.
+    bool m_transportOpen = false;
     bool m_started = false;
     bool m_stopping = false;
     bool m_silenced = false; // after stop began, no callback reaches the app
@@ -105,6 +119,9 @@ private:
     std::optional<RegistrationState> m_lastReported;
     std::map<std::string, std::shared_ptr<CallSession>> m_calls;
     std::function<void()> m_whenClosed;
+
+    // App's thread: start() was called.
+    std::atomic<bool> m_startCalled{false};
 
     // Read on the app's thread for placeCall.
     std::mutex m_stateLock;

@@ -21,8 +21,8 @@ namespace core {
 // Transport: SIP runs over TLS when the server's port is 5061 or 443 (or when
 // optionFlag is set), over TCP otherwise. TLS checks the server's certificate
 // and its host name or IP address against the system's authorities, plus the
-// PEM file named by optionPair {"tls-ca-file", path} (start throws when that
-// file cannot be read); a certificate that does not pass fails the
+// PEM file named by optionPair {"tls-ca-file", path} (a file that cannot be
+// read fails the registration); a certificate that does not pass fails the
 // registration. Calls over TLS use SRTP (SDES keys in the SDP).
 struct SipAccount {
     std::string server; // the edge, "host:port"
@@ -156,13 +156,16 @@ class SipClient {
 public:
     virtual ~SipClient() = default;
 
-    // Throws CoreError when the account cannot be used.
+    // Throws CoreError when the account cannot be used. Returns at once: a
+    // server name is resolved in the background.
     static std::shared_ptr<SipClient> init(const SipAccount& account,
                                            std::shared_ptr<ClientDelegate> delegate);
 
     // Sends the INVITE at once; the call's progress arrives through the delegate.
     virtual std::shared_ptr<Call> placeCall(const std::string& number) = 0;
     virtual void reRegister() = 0;
+    // Begins registration without waiting; what follows, failures included,
+    // arrives through registrationChanged.
     virtual void start() = 0;
     virtual void stop() = 0;
 };
