@@ -297,7 +297,7 @@ void Client::onTrace(bool sent, enum sip_transp, const struct sa* src, const str
         sa_ntop(dst, to, sizeof to);
         logLine(LogLevel::trace, format("%s %s:%u -> %s:%u\n", sent ? "sent" : "received", from,
                                         sa_port(src), to, sa_port(dst)) +
-                                     std::string(message));
+                                     withSecretsHidden(message));
     }
     auto* self = static_cast<Client*>(arg);
     if (!self || sent) {

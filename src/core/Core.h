@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -173,5 +174,14 @@ public:
 // Sets the engine's log filter: "target=level,..." with a bare level as the
 // default for every target; the engine logs under the target "velnor_core".
 void initLogging(const std::string& filter);
+
+enum class LogLevel { off, error, warn, info, debug, trace };
+
+// Where the engine's lines go once the filter lets them through: a time-stamped
+// line on standard error until the app sets its own (an empty sink puts that
+// back). Called on the engine's own threads, one line at a time; returns at once.
+// Secrets (passwords, digest responses, SRTP keys) never reach it.
+using LogSink = std::function<void(LogLevel level, const std::string& message)>;
+void setLogSink(LogSink sink);
 
 } // namespace core

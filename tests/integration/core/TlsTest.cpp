@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <mutex>
+#include <regex>
+
 #include <thread>
 
 using core::CallState;
@@ -147,4 +150,38 @@ TEST(Tls, ATrustedCertificateForAnotherHostFailsTheRegistration) {
         << state.reason;
     EXPECT_NE(state.reason.find("mismatch"), std::string::npos) << state.reason;
     client->stop();
+}
+
+TEST(Tls, ATraceOfASecureCallCarriesNeitherThePasswordNorTheKeys) {
+    Lab lab;
+    Baresip dave(lab.dir.path(), "dave", Baresip::Role::srtpEcho, lab.kamailio,
+                 writeToneFile(lab.dir.path(), 1000), lab.certs.trustedCa);
+    std::mutex lock;
+    std::string trace;
+    core::setLogSink([&](core::LogLevel, const std::string& message) {
+        std::lock_guard guard(lock);
+        trace += message + "\n";
+    });
+    core::initLogging("trace");
+    auto client = core::SipClient::init(lab.tlsAccount("alice"), lab.events);
+    client->start();
+    ASSERT_EQ(lab.events->waitRegistered(), core::RegistrationState::registered());
+    auto call = client->placeCall("dave");
+    ASSERT_EQ(lab.events->waitCall(call->sipCallId(), Kind::connected), CallState::connected());
+    call->hangup();
+    lab.events->waitCall(call->sipCallId(), Kind::ended);
+    client->stop();
+    core::setLogSink({});
+    core::initLogging("warn,velnor_core=info");
+
+    std::lock_guard guard(lock);
+    // The messages are all there, with their secrets masked...
+    EXPECT_NE(trace.find("Authorization: <hidden>"), std::string::npos);
+    EXPECT_NE(trace.find("Proxy-Authorization: <hidden>"), std::string::npos);
+    EXPECT_NE(trace.find("a=crypto:1 AES_CM_128_HMAC_SHA1_80 inline:<hidden>"), std::string::npos);
+    // ...and nothing of the secrets themselves.
+    EXPECT_EQ(trace.find(Kamailio::users().at("alice")), std::string::npos);
+    EXPECT_EQ(trace.find("response="), std::string::npos);
+    const std::regex key("inline:[A-Za-z0-9+/]{20,}");
+    EXPECT_FALSE(std::regex_search(trace, key)) << "an SRTP key reached the log";
 }
