@@ -197,7 +197,10 @@ void CallSession::onProgress(const struct sip_msg* msg, void* arg) {
 
 int CallSession::onAnswer(const struct sip_msg* msg, void* arg) {
     auto* self = static_cast<CallSession*>(arg);
-    self->applyRemoteDescription(msg->mb, false);
+    if (!self->applyRemoteDescription(msg->mb, false) && !self->m_established) {
+        // Nothing to send audio to: the call ends as soon as it is up.
+        self->m_unusableAnswer = true;
+    }
     if (self->m_holdPending) {
         // The answer to our hold or resume: the far end agreed.
         tmr_cancel(&self->m_holdTimer);
@@ -211,12 +214,26 @@ int CallSession::onAnswer(const struct sip_msg* msg, void* arg) {
 int CallSession::onOffer(struct mbuf** descp, const struct sip_msg* msg, void* arg) {
     auto* self = static_cast<CallSession*>(arg);
     self->applyRemoteDescription(msg->mb, true);
+    // The far end holding us (or letting go): our answer mirrors its
+    // direction, and the call's own state, which is about our hold, stays.
+    const int remote = sdp_media_rdir(self->m_media);
+    const bool heldThere = !(remote & SDP_SENDONLY);
+    if (heldThere != self->m_heldByFarEnd) {
+        self->m_heldByFarEnd = heldThere;
+        info("call " + self->m_callId +
+             (heldThere ? ": held by the far end" : ": resumed by the far end"));
+    }
     return sdp_encode(descp, self->m_sdp, false);
 }
 
 void CallSession::onEstablished(const struct sip_msg*, void* arg) {
     auto* self = static_cast<CallSession*>(arg);
     self->m_established = true;
+    if (self->m_unusableAnswer) {
+        warn("call " + self->m_callId + ": the far end's answer has no usable audio");
+        self->ended("The far end's answer could not be read.");
+        return;
+    }
     self->report(CallState::connected());
 }
 

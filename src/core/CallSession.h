@@ -88,6 +88,8 @@ private:
     bool m_held = false;        // the state the far end has agreed to
     bool m_holdPending = false; // a re-INVITE for hold or resume is out
     bool m_transferDone = false;
+    bool m_heldByFarEnd = false;   // its last offer sends us nothing
+    bool m_unusableAnswer = false; // the answer to our INVITE could not be used
 
     MediaStream m_stream;
 };

@@ -14,6 +14,7 @@ extern "C" struct ssl_ctx_st* tls_openssl_context(const struct tls* tls);
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <condition_variable>
 #include <cstring>
@@ -156,14 +157,14 @@ void Client::sendRegister(std::uint32_t expires) {
     }
 }
 
-void Client::registrationFailed(std::string reason, bool unreachable) {
+void Client::registrationFailed(std::string reason, bool unreachable, std::uint64_t retryMs) {
     if (m_stopping) {
         return;
     }
     m_unreachable = unreachable;
     report(RegistrationState::failed(std::move(reason)));
     // Try again later by itself; reRegister tries at once.
-    tmr_start(&m_registerTimer, 60000, onRegisterTimer, this);
+    tmr_start(&m_registerTimer, retryMs, onRegisterTimer, this);
 }
 
 void Client::onRegisterResponse(int err, const struct sip_msg* msg, void* arg) {
@@ -234,6 +235,17 @@ void Client::onRegisterResponse(int err, const struct sip_msg* msg, void* arg) {
         self->registrationFailed("The server does not know the user " + self->m_account.username +
                                  ".");
         break;
+    case 503: {
+        // Busy for now: back after the time it names (within reason), or soon.
+        std::uint32_t seconds = 5;
+        if (const struct sip_hdr* retry = sip_msg_hdr(msg, SIP_HDR_RETRY_AFTER)) {
+            seconds = std::clamp<std::uint32_t>(pl_u32(&retry->val), 1, 300);
+        }
+        self->registrationFailed(format("The server is busy; trying again in %u second%s.", seconds,
+                                        seconds == 1 ? "" : "s"),
+                                 false, std::uint64_t(seconds) * 1000);
+        break;
+    }
     default:
         self->registrationFailed(format("The server refused the registration (%u %s).", msg->scode,
                                         text(msg->reason).c_str()));
@@ -667,6 +679,12 @@ void Client::onIncoming(const struct sip_msg* msg, void* arg) {
     const std::string body(reinterpret_cast<const char*>(mbuf_buf(msg->mb)),
                            mbuf_get_left(msg->mb));
     const bool secure = body.find("RTP/SAVP") != std::string::npos;
+    if (self->m_tls && !secure) {
+        // Signalling that arrived encrypted does not carry audio in the clear.
+        info("refusing call " + text(msg->callid) + ": it offers unencrypted audio over TLS");
+        sip_treply(nullptr, self->m_sip, msg, 488, "Not Acceptable Here");
+        return;
+    }
     const std::uint16_t refused = call->accept(msg, secure);
     if (refused) {
         call->release();

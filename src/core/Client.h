@@ -54,7 +54,8 @@ private:
     void report(RegistrationState state);
     void reportIncoming(const std::shared_ptr<Call>& call);
     void sendRegister(std::uint32_t expires);
-    void registrationFailed(std::string reason, bool unreachable = false);
+    void registrationFailed(std::string reason, bool unreachable = false,
+                            std::uint64_t retryMs = 60000);
     void teardown();
     // start()'s work on the loop: the SIP stack, TLS, then registration.
     void setUp();

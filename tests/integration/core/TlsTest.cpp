@@ -185,3 +185,18 @@ TEST(Tls, ATraceOfASecureCallCarriesNeitherThePasswordNorTheKeys) {
     const std::regex key("inline:[A-Za-z0-9+/]{20,}");
     EXPECT_FALSE(std::regex_search(trace, key)) << "an SRTP key reached the log";
 }
+
+TEST(Tls, AnIncomingCallOverTlsThatOffersPlainRtpIsRefusedWith488) {
+    Lab lab;
+    Baresip bob(lab.dir.path(), "bob", Baresip::Role::tonePlayer, lab.kamailio,
+                writeToneFile(lab.dir.path(), 1000), lab.certs.trustedCa);
+    auto client = core::SipClient::init(lab.tlsAccount("alice"), lab.events);
+    client->start();
+    ASSERT_EQ(lab.events->waitRegistered(), core::RegistrationState::registered());
+    bob.command("dial", "sip:alice@127.0.0.1");
+    const std::string closed = bob.waitEvent({"CALL_CLOSED"});
+    EXPECT_NE(closed.find("488"), std::string::npos) << closed;
+    // The refusal came before any call was offered to the app.
+    EXPECT_EQ(lab.events->total(), int(lab.events->registrations().size()));
+    client->stop();
+}
