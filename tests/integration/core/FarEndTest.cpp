@@ -6,8 +6,11 @@
 
 #include <gtest/gtest.h>
 
+#include <QProcess>
+
 #include <condition_variable>
 #include <mutex>
+#include <thread>
 
 using core::CallState;
 using Kind = core::CallState::Kind;
@@ -89,6 +92,21 @@ QString busyRegistrarScenario() {
            "  <recv request=\"REGISTER\"/>\n"
            "  <send><![CDATA[\nSIP/2.0 200 OK" +
            head + "Content-Length: 0\n\n]]></send>\n</scenario>\n";
+}
+
+// Rings with 183 and a description, plays a tone as early media for a while
+// (the announcement or ringback a network plays), then answers.
+QString earlyMediaScenario(const QString& toneFile) {
+    return "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?>\n<scenario name=\"early\">\n"
+           "  <recv request=\"INVITE\"/>\n" +
+           reply("183 Session Progress", QString(sdpHead) + "a=sendrecv\n", true) +
+           "  <nop><action><exec rtp_stream=\"" + toneFile +
+           ",-1,0\"/></action></nop>\n"
+           "  <pause milliseconds=\"4000\"/>\n" +
+           reply("200 OK", QString(sdpHead) + "a=sendrecv\n", true) +
+           "  <recv request=\"ACK\"/>\n"
+           "  <recv request=\"BYE\"/>\n" +
+           reply("200 OK", {}, false) + "</scenario>\n";
 }
 
 struct Lab {
@@ -195,4 +213,38 @@ TEST(FarEnd, A503ToRegisterIsTriedAgainAfterRetryAfterAndThenRegisters) {
         core::RegistrationState::registered());
     client->stop();
     EXPECT_EQ(sipp.waitExit(), 0) << sipp.output();
+}
+
+TEST(FarEnd, EarlyMediaOfA183IsHeardBeforeTheAnswer) {
+    const std::uint16_t sippPort = freeLoopbackPort();
+    Lab lab(sippPort);
+    // The far end streams G.711 as it stands in the file: mu-law, 8000 Hz.
+    const QString tone = lab.dir.path() + "/ringback.wav";
+    ASSERT_EQ(QProcess::execute("sox", {"-n", "-r", "8000", "-c", "1", "-e", "u-law", tone, "synth",
+                                        "10", "sine", "1000", "vol", "0.3"}),
+              0);
+    Sipp sipp(lab.dir.path(), earlyMediaScenario(tone), sippPort);
+    sipp.start();
+    lab.startClient();
+    auto call = lab.client->placeCall("sipp");
+    const std::string id = call->sipCallId();
+    ASSERT_EQ(lab.events->waitCall(id, Kind::ringing), CallState::ringing());
+    // Two seconds of listening, as the render thread does, while it rings.
+    std::vector<std::int16_t> heard;
+    auto next = std::chrono::steady_clock::now();
+    for (int frame = 0; frame < 100; ++frame) {
+        const auto samples = call->readAudio();
+        heard.insert(heard.end(), samples.begin(), samples.end());
+        next += 20ms; // the pace of a sound card
+        std::this_thread::sleep_until(next);
+    }
+    const auto statesWhileListening = lab.events->callStates(id);
+    EXPECT_EQ(statesWhileListening, std::vector<CallState>{CallState::ringing()})
+        << "the call was answered before the listening was over";
+    const std::vector<std::int16_t> settled(heard.begin() + 4000, heard.end());
+    EXPECT_GE(toneMarginDb(settled, 1000), 20.0);
+    EXPECT_EQ(lab.events->waitCall(id, Kind::connected), CallState::connected());
+    call->hangup();
+    EXPECT_EQ(sipp.waitExit(), 0) << sipp.output();
+    lab.client->stop();
 }
