@@ -2,7 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <mutex>
+#include <random>
 #include <regex>
 
 #include <thread>
@@ -30,7 +37,77 @@ struct Lab {
     }
 };
 
+// A listener on a loopback address of its own (the whole of 127/8 is this
+// machine), so that the standard ports can be used without meeting anyone.
+class FirstBytes {
+public:
+    explicit FirstBytes(std::uint16_t port) {
+        std::random_device random;
+        m_host = "127." + std::to_string(100 + random() % 100) + "." +
+                 std::to_string(random() % 250 + 1) + "." + std::to_string(random() % 250 + 1);
+        m_fd = socket(AF_INET, SOCK_STREAM, 0);
+        const int on = 1;
+        setsockopt(m_fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(port);
+        inet_pton(AF_INET, m_host.c_str(), &address.sin_addr);
+        m_bound = bind(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+                  ::listen(m_fd, 4) == 0;
+        m_server = m_host + ":" + std::to_string(port);
+    }
+    ~FirstBytes() { close(m_fd); }
+    bool bound() const { return m_bound; }
+    const std::string& server() const { return m_server; }
+    // The first bytes the first client sends, waiting for it within the bound.
+    std::string read(std::chrono::milliseconds bound = 5s) {
+        pollfd wait{m_fd, POLLIN, 0};
+        if (poll(&wait, 1, int(bound.count())) != 1) {
+            return {};
+        }
+        const int client = accept(m_fd, nullptr, nullptr);
+        wait = {client, POLLIN, 0};
+        std::string bytes;
+        if (poll(&wait, 1, int(bound.count())) == 1) {
+            char buffer[16];
+            const ssize_t got = recv(client, buffer, sizeof buffer, 0);
+            bytes.assign(buffer, size_t(std::max<ssize_t>(got, 0)));
+        }
+        close(client);
+        return bytes;
+    }
+
+private:
+    std::string m_host;
+    std::string m_server;
+    int m_fd = -1;
+    bool m_bound = false;
+};
+
 } // namespace
+
+TEST(Tls, Port5061MeansTlsWithoutTheFlagAndAnotherPortMeansTcp) {
+    for (const std::uint16_t port :
+         {std::uint16_t(5061), std::uint16_t(443), std::uint16_t(5060)}) {
+        FirstBytes listener(port);
+        ASSERT_TRUE(listener.bound()) << listener.server();
+        auto events = std::make_shared<Events>();
+        auto account = accountFor(listener.server(), "alice", "alice-secret");
+        ASSERT_FALSE(account.optionFlag);
+        auto client = core::SipClient::init(account, events);
+        client->start();
+        const std::string bytes = listener.read();
+        ASSERT_GE(bytes.size(), 3u) << "port " << port;
+        if (port == 5060) {
+            EXPECT_EQ(bytes.substr(0, 3), "REG") << "port " << port;
+        } else {
+            // A TLS record of the handshake: content type 22, version 3.x.
+            EXPECT_EQ(int(std::uint8_t(bytes[0])), 22) << "port " << port;
+            EXPECT_EQ(int(std::uint8_t(bytes[1])), 3) << "port " << port;
+        }
+        client->stop();
+    }
+}
 
 TEST(Tls, RegistersWhenTheServerCertificateIsTrusted) {
     Lab lab;
