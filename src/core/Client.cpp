@@ -214,6 +214,11 @@ void Client::onRegisterResponse(int err, const struct sip_msg* msg, void* arg) {
         if (!tmr_isrunning(&self->m_keepaliveTimer)) {
             tmr_start(&self->m_keepaliveTimer, keepaliveMs, onKeepalive, self);
         }
+        // Told when this connection closes, so that a cut one is replaced at once
+        // rather than at the next refresh.
+        self->m_connectionWatch =
+            static_cast<struct sip_keepalive*>(mem_deref(self->m_connectionWatch));
+        sip_keepalive_start(&self->m_connectionWatch, self->m_sip, msg, 0, onConnectionLost, self);
         self->report(RegistrationState::registered());
         return;
     }
@@ -250,6 +255,30 @@ void Client::onRegisterResponse(int err, const struct sip_msg* msg, void* arg) {
         self->registrationFailed(format("The server refused the registration (%u %s).", msg->scode,
                                         text(msg->reason).c_str()));
     }
+}
+
+void Client::onConnectionLost(int err, void* arg) {
+    auto* self = static_cast<Client*>(arg);
+    if (self->m_stopping || !self->m_sip) {
+        return;
+    }
+    warn(format("the connection to %s closed (%s); registering again", self->serverName().c_str(),
+                strerror(err)));
+    // The watch is spent; the next registration's answer starts a new one.
+    Loop::instance().post([weak = self->weak_from_this()] {
+        auto client = weak.lock();
+        if (!client || client->m_stopping || !client->m_sip) {
+            return;
+        }
+        client->m_connectionWatch =
+            static_cast<struct sip_keepalive*>(mem_deref(client->m_connectionWatch));
+        tmr_cancel(&client->m_registerTimer);
+        client->m_challenges = 0;
+        client->report(RegistrationState::registering());
+        client->m_registerRequest =
+            static_cast<struct sip_request*>(mem_deref(client->m_registerRequest));
+        client->sendRegister(registerExpiry);
+    });
 }
 
 void Client::onRegisterTimer(void* arg) {
@@ -611,6 +640,7 @@ void Client::teardown() {
     m_registerRequest = static_cast<struct sip_request*>(mem_deref(m_registerRequest));
     m_registerDialog = static_cast<struct sip_dialog*>(mem_deref(m_registerDialog));
     m_registerAuth = static_cast<struct sip_auth*>(mem_deref(m_registerAuth));
+    m_connectionWatch = static_cast<struct sip_keepalive*>(mem_deref(m_connectionWatch));
     m_events = static_cast<struct sipevent_sock*>(mem_deref(m_events));
     m_sessions = static_cast<struct sipsess_sock*>(mem_deref(m_sessions));
     m_listener = static_cast<struct sip_lsnr*>(mem_deref(m_listener));

@@ -75,6 +75,7 @@ private:
                               struct mbuf* mb, void* arg);
     static void onRegisterResponse(int err, const struct sip_msg* msg, void* arg);
     static void onRegisterTimer(void* arg);
+    static void onConnectionLost(int err, void* arg);
     static void onKeepalive(void* arg);
     static bool onRequest(const struct sip_msg* msg, void* arg);
     static void onIncoming(const struct sip_msg* msg, void* arg);
@@ -107,6 +108,7 @@ private:
     struct sip_dialog* m_registerDialog = nullptr;
     struct sip_request* m_registerRequest = nullptr;
     struct sip_auth* m_registerAuth = nullptr;
+    struct sip_keepalive* m_connectionWatch = nullptr; // on the registration's connection
     struct tmr m_keepaliveTimer;
     struct sa m_registrar {};
     enum sip_transp m_registrarTransport = SIP_TRANSP_TCP;
