@@ -8,9 +8,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <mutex>
 #include <random>
-#include <regex>
 
 #include <thread>
 
@@ -259,8 +259,18 @@ TEST(Tls, ATraceOfASecureCallCarriesNeitherThePasswordNorTheKeys) {
     // ...and nothing of the secrets themselves.
     EXPECT_EQ(trace.find(Kamailio::users().at("alice")), std::string::npos);
     EXPECT_EQ(trace.find("response="), std::string::npos);
-    const std::regex key("inline:[A-Za-z0-9+/]{20,}");
-    EXPECT_FALSE(std::regex_search(trace, key)) << "an SRTP key reached the log";
+    // A key is 40 characters of base64 after "inline:"; none may follow one.
+    for (size_t at = trace.find("inline:"); at != std::string::npos;
+         at = trace.find("inline:", at + 1)) {
+        size_t length = 0;
+        const size_t start = at + 7;
+        while (start + length < trace.size() &&
+               (std::isalnum(static_cast<unsigned char>(trace[start + length])) ||
+                trace[start + length] == '+' || trace[start + length] == '/')) {
+            ++length;
+        }
+        EXPECT_LT(length, 20u) << "an SRTP key reached the log: " << trace.substr(at, 48);
+    }
 }
 
 TEST(Tls, AnIncomingCallOverTlsThatOffersPlainRtpIsRefusedWith488) {
