@@ -103,7 +103,9 @@ private:
                     close(outside);
                 }
             }
-            for (size_t i = 0; i < m_pairs.size(); ++i) {
+            // Only the pairs that were polled: one accepted just now waits for the next round.
+            const size_t polled = (fds.size() - 2) / 2;
+            for (size_t i = 0; i < polled; ++i) {
                 const pollfd& a = fds[2 + 2 * i];
                 const pollfd& b = fds[3 + 2 * i];
                 bool closed = false;
