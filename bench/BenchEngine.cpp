@@ -94,6 +94,8 @@ int main(int argc, char** argv) {
     const std::uint16_t sippPort = freeLoopbackPort();
     Kamailio kamailio(dir.path(), certs, {false, sippPort});
 
+    // For a capture alongside: where kamailio listens.
+    std::fprintf(stderr, "kamailio tcp %u tls %u\n", kamailio.tcpPort(), kamailio.tlsPort());
     std::vector<double> tcp, tls;
     auto tlsAccount = accountFor("127.0.0.1:" + std::to_string(kamailio.tlsPort()), "alice",
                                  Kamailio::users().at("alice"));
@@ -129,6 +131,10 @@ int main(int argc, char** argv) {
         std::printf("invite_connected_ms_p50: %.2f\n", median(setup));
     }
     std::fflush(stdout);
+    if (argc > 1 && std::string(argv[1]) == "setup") {
+        // Only the signalling figures: registration and call setup.
+        return 0;
+    }
 
     std::printf("cpu_s_per_call_min_g711: %.3f\n",
                 cpuPerCallMinute(dir.path(), kamailio, certs, "pcmu", 8000, 1));

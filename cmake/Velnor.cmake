@@ -158,3 +158,24 @@ function(velnor_test name)
         DISCOVERY_TIMEOUT 60
         PROPERTIES LABELS ${T_LABEL} TIMEOUT ${T_TIMEOUT})
 endfunction()
+
+# The engine's libraries are its own business: no source outside src/core (and
+# the engine's own unit tests) may include a libre or librem header. Checked on
+# every configuration, so that such an include fails before anything builds.
+function(velnor_check_engine_headers)
+    file(GLOB_RECURSE sources
+        ${PROJECT_SOURCE_DIR}/src/*.h ${PROJECT_SOURCE_DIR}/src/*.cpp
+        ${PROJECT_SOURCE_DIR}/tests/*.h ${PROJECT_SOURCE_DIR}/tests/*.cpp
+        ${PROJECT_SOURCE_DIR}/bench/*.h ${PROJECT_SOURCE_DIR}/bench/*.cpp)
+    foreach(source IN LISTS sources)
+        if(source MATCHES "^${PROJECT_SOURCE_DIR}/(src/core|tests/unit/core)/")
+            continue()
+        endif()
+        file(STRINGS ${source} includes REGEX "^[ \t]*#[ \t]*include[ \t]*[<\"](re|rem|re/[^>\"]*|rem/[^>\"]*|re_[a-z0-9_]+|rem_[a-z0-9_]+)\\.h[>\"]")
+        if(includes)
+            file(RELATIVE_PATH shown ${PROJECT_SOURCE_DIR} ${source})
+            message(FATAL_ERROR "${shown} includes a header of the SIP library (${includes}); "
+                "only src/core may: go through core/Core.h")
+        endif()
+    endforeach()
+endfunction()

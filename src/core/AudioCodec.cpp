@@ -177,50 +177,61 @@ AudioDecoder::~AudioDecoder() {
     }
 }
 
+int AudioDecoder::decode(const std::uint8_t* payload, std::size_t size, std::int16_t* out,
+                         int capacity) {
+    int samples = 0;
+    switch (m_codec) {
+    case Codec::pcmu:
+        samples = int(std::min<std::size_t>(size, std::size_t(capacity)));
+        for (int i = 0; i < samples; ++i)
+            out[i] = g711_u2l[payload[i]];
+        break;
+    case Codec::pcma:
+        samples = int(std::min<std::size_t>(size, std::size_t(capacity)));
+        for (int i = 0; i < samples; ++i)
+            out[i] = g711_A2l[payload[i]];
+        break;
+    case Codec::g722:
+        // Two samples at most for each byte, before the conversion to 8000 Hz.
+        if (int(size) * 2 > capacity) {
+            return 0;
+        }
+        samples = std::max(g722_decode(m_g722, out, payload, int(size)), 0);
+        break;
+    case Codec::opus:
+        samples = std::max(opus_decode(m_opus, payload, opus_int32(size), out, capacity, 0), 0);
+        break;
+    }
+    if (!m_opus && samples > 0) {
+        m_concealer.heard(out, samples);
+    }
+    return samples;
+}
+
+void AudioDecoder::conceal(std::int16_t* out) {
+    if (m_opus) {
+        const int samples = opus_decode(m_opus, nullptr, 0, out, frameSamples, 0);
+        if (samples != frameSamples) {
+            std::fill(out, out + frameSamples, 0);
+        }
+    } else {
+        m_concealer.conceal(out, frameSamples);
+    }
+}
+
 void AudioDecoder::decode(const std::vector<std::uint8_t>& payload,
                           std::vector<std::int16_t>& out) {
     const size_t start = out.size();
-    switch (m_codec) {
-    case Codec::pcmu:
-        for (std::uint8_t byte : payload)
-            out.push_back(g711_u2l[byte]);
-        break;
-    case Codec::pcma:
-        for (std::uint8_t byte : payload)
-            out.push_back(g711_A2l[byte]);
-        break;
-    case Codec::g722: {
-        out.resize(start + payload.size() * 2);
-        const int samples =
-            g722_decode(m_g722, out.data() + start, payload.data(), int(payload.size()));
-        out.resize(start + size_t(std::max(samples, 0)));
-        break;
-    }
-    case Codec::opus: {
-        // Up to 120 ms in one packet.
-        out.resize(start + 960);
-        const int samples = opus_decode(m_opus, payload.data(), opus_int32(payload.size()),
-                                        out.data() + start, 960, 0);
-        out.resize(start + size_t(std::max(samples, 0)));
-        break;
-    }
-    }
-    if (!m_opus && out.size() > start) {
-        m_concealer.heard(out.data() + start, int(out.size() - start));
-    }
+    out.resize(start + maxDecodedSamples(payload.size()));
+    const int samples =
+        decode(payload.data(), payload.size(), out.data() + start, int(out.size() - start));
+    out.resize(start + size_t(samples));
 }
 
 void AudioDecoder::conceal(std::vector<std::int16_t>& out) {
     const size_t start = out.size();
     out.resize(start + frameSamples);
-    if (m_opus) {
-        const int samples = opus_decode(m_opus, nullptr, 0, out.data() + start, frameSamples, 0);
-        if (samples != frameSamples) {
-            std::fill(out.begin() + long(start), out.end(), 0);
-        }
-    } else {
-        m_concealer.conceal(out.data() + start, frameSamples);
-    }
+    conceal(out.data() + start);
 }
 
 } // namespace core

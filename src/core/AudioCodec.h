@@ -6,6 +6,8 @@
 
 #include "JitterBuffer.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -66,9 +68,18 @@ public:
     AudioDecoder& operator=(const AudioDecoder&) = delete;
 
     Codec codec() const { return m_codec; }
-    // Appends the decoded samples at 8000 Hz.
+    // The most samples one payload of that size can decode to: Opus packets
+    // carry up to 120 ms, G.722 up to two samples a byte.
+    static std::size_t maxDecodedSamples(std::size_t payloadSize) {
+        return std::max<std::size_t>(960, payloadSize * 2);
+    }
+    // Decodes into out, which has room for capacity samples at 8000 Hz, and
+    // gives the number written. Allocates nothing: it runs on the render thread.
+    int decode(const std::uint8_t* payload, std::size_t size, std::int16_t* out, int capacity);
+    // Writes one frame (frameSamples) that stands in for a lost one.
+    void conceal(std::int16_t* out);
+    // The same, appending to a vector.
     void decode(const std::vector<std::uint8_t>& payload, std::vector<std::int16_t>& out);
-    // Appends one frame that stands in for a lost one.
     void conceal(std::vector<std::int16_t>& out);
 
 private:

@@ -1,5 +1,7 @@
 #include "Core.h"
 
+#include <algorithm>
+
 namespace core {
 
 std::string toString(const RegistrationState& state) {
@@ -32,6 +34,20 @@ std::string toString(const CallState& state) {
         return "transferring";
     }
     return "unknown";
+}
+
+void Call::readAudioInto(std::int16_t* out, std::size_t count) {
+    std::size_t written = 0;
+    while (written < count) {
+        const std::vector<std::int16_t> frame = readAudio();
+        if (frame.empty()) {
+            std::fill(out + written, out + count, 0);
+            return;
+        }
+        const std::size_t taken = std::min(frame.size(), count - written);
+        std::copy_n(frame.begin(), taken, out + written);
+        written += taken;
+    }
 }
 
 std::ostream& operator<<(std::ostream& out, const RegistrationState& state) {

@@ -4,8 +4,10 @@
 // media passes through these types; nothing of the libraries underneath is
 // visible here.
 
+#include <cstddef>
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -20,9 +22,9 @@ namespace core {
 // Transport: SIP runs over TLS when the server's port is 5061 or 443 (or when
 // optionFlag is set), over TCP otherwise. TLS checks the server's certificate
 // and its host name or IP address against the system's authorities, plus the
-// PEM file named by optionPair {"tls-ca-file", path} or, failing that, by the
-// environment variable VELNOR_SIP_CA_FILE; a certificate that does not pass
-// fails the registration. Calls over TLS use SRTP (SDES keys in the SDP).
+// PEM file named by optionPair {"tls-ca-file", path} (a file that cannot be
+// read fails the registration); a certificate that does not pass fails the
+// registration. Calls over TLS use SRTP (SDES keys in the SDP).
 struct SipAccount {
     std::string server; // the edge, "host:port"
     std::string realm;  // may be empty
@@ -55,7 +57,9 @@ struct CallState {
     Kind kind = Kind::ringing;
     std::string reason; // transferFailed and ended; "local" when this side ended the call
 
-    static CallState transferFailed(std::string why) { return {Kind::transferFailed, std::move(why)}; }
+    static CallState transferFailed(std::string why) {
+        return {Kind::transferFailed, std::move(why)};
+    }
     static CallState ended(std::string why) { return {Kind::ended, std::move(why)}; }
     static CallState ringing() { return {Kind::ringing, {}}; }
     static CallState connected() { return {Kind::connected, {}}; }
@@ -120,6 +124,10 @@ public:
     // Received audio at 8000 Hz, normally 160 samples. Called on the real-time
     // render thread: never blocks, never empty, silence when nothing arrived.
     virtual std::vector<std::int16_t> readAudio() = 0;
+    // The same into the caller's buffer, exactly count samples, for render
+    // paths that must not touch the heap; the engine's calls neither allocate,
+    // free nor lock here. The default copies what readAudio() gives.
+    virtual void readAudioInto(std::int16_t* out, std::size_t count);
     virtual std::optional<std::string> remoteName() const = 0;
     virtual std::string remoteNumber() const = 0;
     // Microphone audio, exactly 160 samples at 8000 Hz, from the capture
@@ -149,13 +157,16 @@ class SipClient {
 public:
     virtual ~SipClient() = default;
 
-    // Throws CoreError when the account cannot be used.
+    // Throws CoreError when the account cannot be used. Returns at once: a
+    // server name is resolved in the background.
     static std::shared_ptr<SipClient> init(const SipAccount& account,
                                            std::shared_ptr<ClientDelegate> delegate);
 
     // Sends the INVITE at once; the call's progress arrives through the delegate.
     virtual std::shared_ptr<Call> placeCall(const std::string& number) = 0;
     virtual void reRegister() = 0;
+    // Begins registration without waiting; what follows, failures included,
+    // arrives through registrationChanged.
     virtual void start() = 0;
     virtual void stop() = 0;
 };
@@ -163,5 +174,14 @@ public:
 // Sets the engine's log filter: "target=level,..." with a bare level as the
 // default for every target; the engine logs under the target "velnor_core".
 void initLogging(const std::string& filter);
+
+enum class LogLevel { off, error, warn, info, debug, trace };
+
+// Where the engine's lines go once the filter lets them through: a time-stamped
+// line on standard error until the app sets its own (an empty sink puts that
+// back). Called on the engine's own threads, one line at a time; returns at once.
+// Secrets (passwords, digest responses, SRTP keys) never reach it.
+using LogSink = std::function<void(LogLevel level, const std::string& message)>;
+void setLogSink(LogSink sink);
 
 } // namespace core

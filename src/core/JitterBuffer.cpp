@@ -2,8 +2,21 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 namespace core {
+
+bool MediaPacket::assign(const std::uint8_t* data, std::size_t length) {
+    if (length > maxPayload) {
+        size = 0;
+        return false;
+    }
+    if (length) {
+        std::memcpy(payload.data(), data, length);
+    }
+    size = std::uint16_t(length);
+    return true;
+}
 
 std::int64_t JitterBuffer::extend(std::uint16_t seq) {
     if (!m_started) {
@@ -23,7 +36,22 @@ std::int64_t JitterBuffer::extend(std::uint16_t seq) {
     return candidate;
 }
 
-void JitterBuffer::put(MediaPacket packet, double arrivalMs, std::uint32_t clockRate) {
+JitterBuffer::Slot* JitterBuffer::oldest() {
+    Slot* found = nullptr;
+    for (Slot& slot : m_slots) {
+        if (slot.used && (!found || slot.index < found->index)) {
+            found = &slot;
+        }
+    }
+    return found;
+}
+
+void JitterBuffer::drop(Slot& slot) {
+    slot.used = false;
+    --m_count;
+}
+
+void JitterBuffer::put(const MediaPacket& packet, double arrivalMs, std::uint32_t clockRate) {
     const std::int64_t index = extend(packet.seq);
     // Inter-arrival jitter as in RTP receiver reports, in milliseconds.
     const double transit = arrivalMs - double(packet.timestamp) * 1000.0 / double(clockRate);
@@ -43,10 +71,23 @@ void JitterBuffer::put(MediaPacket packet, double arrivalMs, std::uint32_t clock
         m_calmTakes = 0;
         return;
     }
-    if (m_packets.size() >= size_t(maxFrames * 4)) {
-        m_packets.erase(m_packets.begin());
+    Slot& slot = m_slots[std::size_t(((index % slotCount) + slotCount) % slotCount)];
+    if (slot.used) {
+        if (slot.index == index) {
+            return; // a duplicate
+        }
+        if (slot.index > index) {
+            return; // older than everything the ring can still hold
+        }
+        drop(slot);
     }
-    m_packets.emplace(index, std::move(packet));
+    if (m_count >= slotCount) {
+        drop(*oldest());
+    }
+    slot.used = true;
+    slot.index = index;
+    slot.packet = packet;
+    ++m_count;
     adapt();
 }
 
@@ -62,13 +103,13 @@ void JitterBuffer::adapt() {
 
 JitterBuffer::Take JitterBuffer::take(MediaPacket& out) {
     if (!m_playing) {
-        if (int(m_packets.size()) < m_target) {
+        if (m_count < m_target) {
             return Take::empty;
         }
         m_playing = true;
-        m_next = m_packets.begin()->first;
+        m_next = oldest()->index;
     }
-    if (m_packets.empty()) {
+    if (m_count == 0) {
         // Ran dry: wait until the target depth has been rebuilt.
         m_playing = false;
         m_target = std::min(maxFrames, m_target + 1);
@@ -82,19 +123,25 @@ JitterBuffer::Take JitterBuffer::take(MediaPacket& out) {
         --m_target;
         m_calmTakes = 0;
     }
-    while (int(m_packets.size()) > m_target + 2) {
+    while (m_count > m_target + 2) {
         // Far deeper than needed: drop the oldest frame to catch up.
-        m_next = std::next(m_packets.begin())->first;
-        m_packets.erase(m_packets.begin());
+        drop(*oldest());
+        m_next = oldest()->index;
     }
-    auto first = m_packets.begin();
-    if (first->first < m_next) {
-        m_packets.erase(first);
-        return take(out);
+    Slot* first = oldest();
+    while (first && first->index < m_next) {
+        drop(*first);
+        first = oldest();
     }
-    if (first->first == m_next) {
-        out = std::move(first->second);
-        m_packets.erase(first);
+    if (!first) {
+        m_playing = false;
+        m_target = std::min(maxFrames, m_target + 1);
+        m_calmTakes = 0;
+        return Take::empty;
+    }
+    if (first->index == m_next) {
+        out = first->packet;
+        drop(*first);
         ++m_next;
         return Take::packet;
     }

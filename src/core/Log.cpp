@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdio>
 #include <ctime>
+#include <memory>
 #include <mutex>
 
 namespace core {
@@ -64,6 +65,12 @@ std::mutex filterLock;
 LogFilter& activeFilter() {
     static LogFilter filter = LogFilter::parse("warn,velnor_core=info");
     return filter;
+}
+
+// The app's sink; none means standard error.
+std::shared_ptr<const LogSink>& activeSink() {
+    static std::shared_ptr<const LogSink> sink;
+    return sink;
 }
 
 } // namespace
@@ -134,8 +141,23 @@ bool logEnabled(LogLevel level) {
     return activeFilter().enabled(logTarget, level);
 }
 
+void setLogSink(LogSink sink) {
+    auto shared = sink ? std::make_shared<const LogSink>(std::move(sink)) : nullptr;
+    std::lock_guard lock(filterLock);
+    activeSink() = std::move(shared);
+}
+
 void logLine(LogLevel level, const std::string& message) {
     if (!logEnabled(level)) {
+        return;
+    }
+    std::shared_ptr<const LogSink> sink;
+    {
+        std::lock_guard lock(filterLock);
+        sink = activeSink();
+    }
+    if (sink) {
+        (*sink)(level, message);
         return;
     }
     const auto now = std::chrono::system_clock::now();

@@ -1,15 +1,16 @@
 #pragma once
 
 // The engine's own log: a target=level filter read once at start, and one
-// function that writes a line to standard error when the filter lets it through.
+// function that hands a line to the sink (standard error unless the app set
+// one) when the filter lets it through.
+
+#include "Core.h"
 
 #include <map>
 #include <optional>
 #include <string>
 
 namespace core {
-
-enum class LogLevel { off, error, warn, info, debug, trace };
 
 // "warn,velnor_core=info": a bare level is the default for every target; a
 // target matches itself and anything under it ("velnor_core::sip").

@@ -1,6 +1,7 @@
 #include "Loop.h"
 
 #include "Log.h"
+#include "Sockets.h"
 
 #include <re.h>
 #define DEBUG_MODULE "loop"
@@ -14,25 +15,21 @@
 
 namespace core {
 
-namespace {
-
-struct LoopState {
+struct Loop::State {
     std::mutex lock;
     std::condition_variable ready;
     bool started = false;
+    bool running = false;
     std::deque<std::function<void()>> queue;
     struct mqueue* wake = nullptr;
     std::thread::id id;
+    std::thread thread;
 };
 
-LoopState& state() {
-    // Never destroyed: the loop thread runs for the life of the process.
-    static LoopState* shared = new LoopState;
-    return *shared;
-}
+namespace {
 
-void runQueued(int, void*, void*) {
-    auto& s = state();
+void runQueued(int, void*, void* arg) {
+    auto& s = *static_cast<Loop::State*>(arg);
     for (;;) {
         std::function<void()> work;
         {
@@ -55,26 +52,36 @@ void forwardLibraryLog(int level, const char* text, size_t length, void*) {
     logLine(level <= DBG_ERR ? LogLevel::warn : LogLevel::debug, "libre: " + line);
 }
 
+int startLibrary() {
+    const int error = libre_init();
+    if (!error) {
+        dbg_init(DBG_WARNING, DBG_NONE);
+        dbg_handler_set(forwardLibraryLog, nullptr);
+    }
+    return error;
+}
+
 } // namespace
 
 Loop& Loop::instance() {
-    static Loop* loop = new Loop;
+    // Never destroyed: the loop thread runs for the life of the process.
+    static Loop* loop = new Loop(startLibrary);
     return *loop;
 }
 
-Loop::Loop() {
-    auto& s = state();
-    std::thread([&s] {
-        int error = libre_init();
+Loop::Loop(std::function<int()> start) : m_state(std::make_unique<State>()) {
+    State& s = *m_state;
+    s.thread = std::thread([&s, start = std::move(start)] {
+        markEngineThread();
+        int error = start();
         if (!error) {
-            dbg_init(DBG_WARNING, DBG_NONE);
-            dbg_handler_set(forwardLibraryLog, nullptr);
-            error = mqueue_alloc(&s.wake, runQueued, nullptr);
+            error = mqueue_alloc(&s.wake, runQueued, &s);
         }
         {
             std::lock_guard lock(s.lock);
             s.id = std::this_thread::get_id();
             s.started = true;
+            s.running = !error;
         }
         s.ready.notify_all();
         if (error) {
@@ -82,24 +89,43 @@ Loop::Loop() {
             return;
         }
         re_main(nullptr);
-    }).detach();
+    });
     std::unique_lock lock(s.lock);
     s.ready.wait(lock, [&s] { return s.started; });
 }
 
+Loop::~Loop() {
+    // Only a loop that never ran ends: its thread has already returned.
+    if (!m_state->running && m_state->thread.joinable()) {
+        m_state->thread.join();
+    } else if (m_state->thread.joinable()) {
+        m_state->thread.detach();
+    }
+}
+
 bool Loop::onLoop() const {
-    return std::this_thread::get_id() == state().id;
+    return std::this_thread::get_id() == m_state->id;
+}
+
+bool Loop::running() const {
+    return m_state->running;
+}
+
+CoreError Loop::notRunning() {
+    return CoreError(CoreError::Kind::message, "The SIP engine could not start.");
 }
 
 void Loop::post(std::function<void()> work) {
-    auto& s = state();
+    State& s = *m_state;
+    if (!s.running) {
+        logLine(LogLevel::warn, "the SIP engine is not running; work dropped");
+        return;
+    }
     {
         std::lock_guard lock(s.lock);
         s.queue.push_back(std::move(work));
     }
-    if (s.wake) {
-        mqueue_push(s.wake, 0, nullptr);
-    }
+    mqueue_push(s.wake, 0, nullptr);
 }
 
 } // namespace core

@@ -121,4 +121,59 @@ std::optional<std::string> refusedInviteCallId(std::string_view message) {
     return std::string(*id);
 }
 
+namespace {
+
+bool startsWithLetters(std::string_view text, std::string_view prefix) {
+    return text.size() >= prefix.size() && sameLetters(text.substr(0, prefix.size()), prefix);
+}
+
+} // namespace
+
+std::string withSecretsHidden(std::string_view message) {
+    constexpr std::string_view hidden = "<hidden>";
+    std::string out;
+    out.reserve(message.size());
+    size_t start = 0;
+    while (start < message.size()) {
+        size_t end = message.find('\n', start);
+        end = end == std::string_view::npos ? message.size() : end + 1;
+        std::string_view line = message.substr(start, end - start);
+        start = end;
+        size_t bodyEnd = line.size();
+        while (bodyEnd > 0 && (line[bodyEnd - 1] == '\n' || line[bodyEnd - 1] == '\r')) {
+            --bodyEnd;
+        }
+        const std::string_view body = line.substr(0, bodyEnd);
+        const std::string_view ending = line.substr(bodyEnd);
+        const size_t colon = body.find(':');
+        if (colon != std::string_view::npos) {
+            std::string_view name = body.substr(0, colon);
+            while (!name.empty() && (name.back() == ' ' || name.back() == '\t')) {
+                name.remove_suffix(1);
+            }
+            if (sameLetters(name, "Authorization") || sameLetters(name, "Proxy-Authorization")) {
+                out.append(body.substr(0, colon + 1)).append(" ").append(hidden).append(ending);
+                continue;
+            }
+        }
+        if (startsWithLetters(body, "a=crypto:")) {
+            // "a=crypto:1 SUITE inline:KEY|lifetime|mki params": the key goes,
+            // the tag and the suite stay.
+            std::string line(body);
+            size_t at = 0;
+            while ((at = line.find("inline:", at)) != std::string::npos) {
+                at += 7;
+                size_t keyEnd = line.find_first_of(" |;", at);
+                keyEnd = keyEnd == std::string::npos ? line.size() : keyEnd;
+                line.replace(at, keyEnd - at, hidden);
+                at += hidden.size();
+            }
+            out.append(line).append(ending);
+            continue;
+        }
+        out.append(line);
+    }
+    return out;
+}
+
 } // namespace core

@@ -21,4 +21,9 @@ bool isCallableNumber(const std::string& number);
 // library answers by itself).
 std::optional<std::string> refusedInviteCallId(std::string_view message);
 
+// A whole SIP message as it may be written to a log: the values of
+// Authorization and Proxy-Authorization and the keys of a=crypto lines are
+// replaced by "<hidden>"; everything else stays as it was.
+std::string withSecretsHidden(std::string_view message);
+
 } // namespace core

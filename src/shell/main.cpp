@@ -1,3 +1,4 @@
+#include "core/Core.h"
 #include "platform/Log.h"
 #include "shell/Application.h"
 #include "shell/Automation.h"
@@ -12,6 +13,14 @@
 int main(int argc, char** argv) {
     Application::describe();
     QGuiApplication app(argc, argv);
+    // The engine's lines go where ours go: the journal and standard error.
+    core::initLogging(qEnvironmentVariableIsSet("RUST_LOG")
+                          ? qEnvironmentVariable("RUST_LOG").toStdString()
+                          : std::string("warn,velnor_core=info"));
+    core::setLogSink([](core::LogLevel level, const std::string& message) {
+        Log::write(Log::sip, QString::fromStdString(message),
+                   level <= core::LogLevel::warn ? Log::Level::error : Log::Level::info);
+    });
 
     // Links come as arguments when the desktop opens one with this app.
     QStringList links = app.arguments().mid(1);

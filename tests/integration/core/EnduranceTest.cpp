@@ -16,7 +16,6 @@ std::size_t heapInUse() {
     return info.uordblks + info.hblkhd;
 }
 
-
 struct Lab {
     QTemporaryDir dir;
     TestCertificates certs{dir.path()};

@@ -1,6 +1,11 @@
 #include "core/Log.h"
+#include "core/Loop.h"
 
 #include <gtest/gtest.h>
+
+#include <cerrno>
+#include <mutex>
+#include <vector>
 
 using core::LogFilter;
 using core::LogLevel;
@@ -55,4 +60,24 @@ TEST(LogFilter, ABareTargetNameShowsEverythingOfIt) {
     const auto filter = LogFilter::parse("velnor_core");
     EXPECT_TRUE(filter.enabled("velnor_core", LogLevel::trace));
     EXPECT_FALSE(filter.enabled("other", LogLevel::warn));
+}
+
+TEST(LogSink, AnEngineLineReachesTheSinkTheAppSet) {
+    std::mutex lock;
+    std::vector<std::pair<LogLevel, std::string>> lines;
+    core::setLogSink([&](LogLevel level, const std::string& message) {
+        std::lock_guard guard(lock);
+        lines.emplace_back(level, message);
+    });
+    core::initLogging("warn,velnor_core=info");
+    // A line of the engine's own thread: a loop whose library does not start says so.
+    {
+        core::Loop failed([] { return ENOMEM; });
+    }
+    core::logLine(LogLevel::debug, "below the filter");
+    core::setLogSink({});
+    std::lock_guard guard(lock);
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].first, LogLevel::error);
+    EXPECT_EQ(lines[0].second, "the SIP library did not start");
 }

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <chrono>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -55,4 +57,18 @@ TEST(Loop, ManyThreadsCanPostAtOnce) {
         thread.join();
     Loop::instance().call([] { return 0; });
     EXPECT_EQ(count.load(), 1000);
+}
+
+TEST(Loop, CallOnALoopWhoseLibraryDidNotStartFailsAtOnce) {
+    Loop failed([] { return ENOMEM; });
+    EXPECT_FALSE(failed.running());
+    const auto start = std::chrono::steady_clock::now();
+    try {
+        failed.call([] { return 1; });
+        FAIL() << "call returned on a loop that never ran";
+    } catch (const core::CoreError& error) {
+        EXPECT_EQ(error.kind(), core::CoreError::Kind::message);
+        EXPECT_EQ(error.text(), "The SIP engine could not start.");
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100));
 }

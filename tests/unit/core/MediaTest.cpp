@@ -14,7 +14,8 @@ MediaPacket packet(std::uint16_t seq) {
     p.seq = seq;
     p.timestamp = std::uint32_t(seq) * 160;
     p.codec = Codec::pcmu;
-    p.payload.assign(160, std::uint8_t(seq));
+    const std::vector<std::uint8_t> bytes(160, std::uint8_t(seq));
+    p.assign(bytes.data(), bytes.size());
     return p;
 }
 

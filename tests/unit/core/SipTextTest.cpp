@@ -58,3 +58,44 @@ TEST(SipText, ChallengesSuccessesOtherMethodsAndRequestsAreNotRefusals) {
     EXPECT_FALSE(
         refusedInviteCallId("SIP/2.0 486 Busy Here\r\nCSeq: 1 INVITE\r\n\r\nCall-ID: x\r\n"));
 }
+
+TEST(SipText, AuthorizationValuesAreHiddenFromTheLog) {
+    const std::string message =
+        "REGISTER sip:example.com SIP/2.0\r\n"
+        "Via: SIP/2.0/TLS 10.0.0.2:5061\r\n"
+        "Authorization: Digest username=\"alice\", response=\"0123abcd\"\r\n"
+        "proxy-authorization :Digest response=\"feed\"\r\n"
+        "Content-Length: 0\r\n\r\n";
+    const std::string shown = withSecretsHidden(message);
+    EXPECT_EQ(shown, "REGISTER sip:example.com SIP/2.0\r\n"
+                     "Via: SIP/2.0/TLS 10.0.0.2:5061\r\n"
+                     "Authorization: <hidden>\r\n"
+                     "proxy-authorization : <hidden>\r\n"
+                     "Content-Length: 0\r\n\r\n");
+}
+
+TEST(SipText, SrtpKeysAreHiddenAndTheSuiteStays) {
+    const std::string sdp =
+        "v=0\r\n"
+        "m=audio 4000 RTP/SAVP 0\r\n"
+        "a=crypto:1 AES_CM_128_HMAC_SHA1_80 "
+        "inline:WVNfX19zZW1jdGwgKCkgewkyMjA7fQp9CnVubGVzcyAoc2|2^20|1:4\r\n"
+        "a=crypto:2 AES_CM_128_HMAC_SHA1_32 inline:NzB4d1BINUAvLEw6UzF3WSJ+PSdFcGdUJShpX1Zj\r\n"
+        "a=sendrecv\r\n";
+    EXPECT_EQ(withSecretsHidden(sdp),
+              "v=0\r\n"
+              "m=audio 4000 RTP/SAVP 0\r\n"
+              "a=crypto:1 AES_CM_128_HMAC_SHA1_80 inline:<hidden>|2^20|1:4\r\n"
+              "a=crypto:2 AES_CM_128_HMAC_SHA1_32 inline:<hidden>\r\n"
+              "a=sendrecv\r\n");
+}
+
+TEST(SipText, AMessageWithoutSecretsIsLeftAsItWas) {
+    const std::string message =
+        "SIP/2.0 200 OK\r\nCall-ID: abc\r\nX-Authorization-Hint: none\r\n\r\n";
+    EXPECT_EQ(withSecretsHidden(message), message);
+}
+
+TEST(SipText, ALastLineWithoutAnEndIsStillMasked) {
+    EXPECT_EQ(withSecretsHidden("Authorization: Digest response=\"1\""), "Authorization: <hidden>");
+}
