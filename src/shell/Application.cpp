@@ -1,6 +1,9 @@
 #include "shell/Application.h"
 
+#include "audio/PulseBackend.h"
+#include "core/Core.h"
 #include "platform/Log.h"
+#include "telephony/DialLink.h"
 
 #include <QDesktopServices>
 #include <QFontDatabase>
@@ -34,7 +37,19 @@ Application::Application(SettingsStore& settings, SecureStore& secrets, QObject*
 Application::~Application() = default;
 
 void Application::init(SettingsStore& settings, SecureStore& secrets) {
+    m_settings = &settings;
+    m_secrets = &secrets;
+    // The engine logs from the first moment, so that everything after is seen.
+    core::initLogging(coreLogFilter());
+    // The phone comes first: the session is given it, and nothing here touches the network.
+    m_phone = std::make_unique<Phone>(settings, std::make_shared<PulseBackend>());
+    m_phone->setCaFile(settings.text(QString::fromLatin1(caFileKey)));
     m_session = std::make_unique<Session>(settings, secrets);
+    m_session->setPhone(m_phone.get());
+    Session* session = m_session.get();
+    m_phone->colleagueName = [session](const QString& number) {
+        return session->colleagueName(number);
+    };
     m_session->setOpenBrowser([](const QUrl& url) { return QDesktopServices::openUrl(url); });
     m_engine.addImportPath(QStringLiteral("qrc:/"));
     connect(&m_appearance, &Appearance::darkChanged, this, [this] {
@@ -42,6 +57,13 @@ void Application::init(SettingsStore& settings, SecureStore& secrets) {
             p->setProperty("dark", m_appearance.dark());
         }
     });
+}
+
+std::string Application::coreLogFilter() {
+    if (qEnvironmentVariableIsSet("RUST_LOG")) {
+        return qEnvironmentVariable("RUST_LOG").toStdString();
+    }
+    return "warn,velnor_core=info";
 }
 
 void Application::describe() {
@@ -77,7 +99,8 @@ QObject* Application::palette() {
 
 bool Application::showMainWindow() {
     m_engine.setInitialProperties(
-        {{QStringLiteral("session"), QVariant::fromValue<QObject*>(m_session.get())}});
+        {{QStringLiteral("session"), QVariant::fromValue<QObject*>(m_session.get())},
+         {QStringLiteral("phone"), QVariant::fromValue<QObject*>(m_phone.get())}});
     m_engine.load(mainQml);
     if (!mainWindow()) {
         Log::error(Log::app, QStringLiteral("The main window did not load"));
@@ -99,7 +122,15 @@ QQuickWindow* Application::mainWindow() const {
 }
 
 void Application::start() {
-    m_session->restore();
+    run();
+}
+
+QCoro::Task<> Application::run() {
+    // The stored SIP account first (its password is in the Secret Service),
+    // so that a restored session can wake the phone with it.
+    const Account account = co_await Account::load(*m_settings, *m_secrets);
+    m_phone->setAccount(account);
+    co_await m_session->restore();
 }
 
 void Application::handleUrl(const QUrl& url) {
@@ -110,13 +141,27 @@ void Application::handleUrl(const QUrl& url) {
         m_session->handleRedirect(url);
         return;
     }
-    if (scheme == u"tel" || scheme == u"sip" || scheme == u"callto") {
-        Log::info(Log::phone, QStringLiteral("A %1: link arrived; dialling from links is not "
-                                             "available yet")
-                                  .arg(scheme));
+    if (DialLink::isDialScheme(scheme)) {
+        handleLink(url.toString());
         return;
     }
     Log::info(Log::app, QStringLiteral("Ignored a link of the scheme \"%1\"").arg(scheme));
+}
+
+void Application::handleLink(const QString& link) {
+    const QString scheme = DialLink::schemeOf(link);
+    if (!DialLink::isDialScheme(scheme)) {
+        handleUrl(QUrl(link));
+        return;
+    }
+    const auto number = DialLink::number(link);
+    if (!number) {
+        Log::info(Log::phone, QStringLiteral("A %1: link with nothing to dial").arg(scheme));
+        return;
+    }
+    Log::info(Log::phone, QStringLiteral("Dialling %1 from a %2: link").arg(*number, scheme));
+    raiseMainWindow();
+    m_phone->dialOrQueue(*number);
 }
 
 void Application::raiseMainWindow() {

@@ -14,6 +14,12 @@ Automation::Automation(Application& app, QObject* parent) : QObject(parent), m_a
     connect(&session, &Session::serverChanged, this, [this] { changed("Server", server()); });
     connect(&session, &Session::meChanged, this, [this] { changed("UserName", userName()); });
     connect(&session, &Session::errorChanged, this, [this] { changed("Error", error()); });
+    Phone& phone = m_app.phone();
+    connect(&phone, &Phone::registrationUpdated, this,
+            [this] { changed("Registration", registration()); });
+    connect(&phone, &Phone::activeCallChanged, this,
+            [this] { changed("ActiveCall", activeCall()); });
+    connect(&phone, &Phone::lastErrorChanged, this, [this] { changed("LastError", lastError()); });
 }
 
 bool Automation::publish() {
@@ -57,6 +63,38 @@ QString Automation::error() const {
     return m_app.session().errorText();
 }
 
+QString Automation::registration() const {
+    return m_app.phone().registrationText();
+}
+
+QVariantMap Automation::activeCall() const {
+    return m_app.phone().activeCallMap();
+}
+
+QString Automation::lastError() const {
+    return m_app.phone().lastErrorText();
+}
+
+void Automation::Dial(const QString& number) {
+    m_app.phone().dialOrQueue(number);
+}
+
+void Automation::Answer() {
+    m_app.phone().answer();
+}
+
+void Automation::HangUp() {
+    m_app.phone().hangUpActive();
+}
+
+void Automation::SetMuted(bool muted) {
+    m_app.phone().setActiveMuted(muted);
+}
+
+bool Automation::SendDigits(const QString& digits) {
+    return m_app.phone().sendActiveDigits(digits);
+}
+
 void Automation::SignIn() {
     m_app.session().signIn();
 }
@@ -67,7 +105,7 @@ void Automation::CancelSignIn() {
 
 void Automation::HandleUrl(const QString& url) {
     m_app.raiseMainWindow();
-    m_app.handleUrl(QUrl(url));
+    m_app.handleLink(url);
 }
 
 void Automation::changed(const char* property, const QVariant& value) {

@@ -16,6 +16,10 @@ class Automation : public QObject {
     Q_PROPERTY(QString Server READ server)
     Q_PROPERTY(QString UserName READ userName)
     Q_PROPERTY(QString Error READ error)
+    // The phone.
+    Q_PROPERTY(QString Registration READ registration)
+    Q_PROPERTY(QVariantMap ActiveCall READ activeCall)
+    Q_PROPERTY(QString LastError READ lastError)
 public:
     static constexpr char serviceName[] = "net.velnor.rz";
     static constexpr char objectPath[] = "/net/velnor/rz";
@@ -31,11 +35,20 @@ public:
     QString server() const;
     QString userName() const;
     QString error() const;
+    QString registration() const;
+    QVariantMap activeCall() const;
+    QString lastError() const;
 
 public slots:
     void SignIn();
     void CancelSignIn();
     void HandleUrl(const QString& url);
+    // The phone: a dial waits for the registration when there is none yet.
+    void Dial(const QString& number);
+    void Answer();
+    void HangUp();
+    void SetMuted(bool muted);
+    bool SendDigits(const QString& digits);
 
 private:
     void changed(const char* property, const QVariant& value);

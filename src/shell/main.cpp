@@ -36,7 +36,7 @@ int main(int argc, char** argv) {
                      [&application](const QStringList& handed) {
                          application.raiseMainWindow();
                          for (const QString& link : handed) {
-                             application.handleUrl(QUrl(link));
+                             application.handleLink(link);
                          }
                      });
     Automation automation(application);
@@ -44,7 +44,7 @@ int main(int argc, char** argv) {
     Log::info(Log::app, QStringLiteral("velnor RZ %1 started").arg(QStringLiteral(VELNOR_VERSION)));
     application.start();
     for (const QString& link : links) {
-        application.handleUrl(QUrl(link));
+        application.handleLink(link);
     }
     const int status = app.exec();
     Log::info(Log::app, QStringLiteral("velnor RZ stopped"));
