@@ -21,8 +21,17 @@ Json number(double value) {
     return Json(value);
 }
 
-double requiredNumber(const Json& object, const char* key) {
+// Times and durations beyond a few thousand years are no call's.
+std::optional<double> plausibleNumber(const Json& object, const char* key) {
     const auto value = wire::optionalNumber(object, key);
+    if (value && (!std::isfinite(*value) || std::fabs(*value) > 1.0e11)) {
+        throw wire::DecodeError(std::string("\"") + key + "\" is out of range");
+    }
+    return value;
+}
+
+double requiredNumber(const Json& object, const char* key) {
+    const auto value = plausibleNumber(object, key);
     if (!value) {
         throw wire::DecodeError(std::string("\"") + key + "\" is missing");
     }
@@ -41,10 +50,10 @@ Recents::Entry readEntry(const Json& json) {
     entry.name = wire::optionalText(json, "name");
     entry.incoming = wire::requiredBool(json, "incoming");
     entry.date = Recents::fromReferenceSeconds(requiredNumber(json, "date"));
-    entry.duration = wire::optionalNumber(json, "duration");
+    entry.duration = plausibleNumber(json, "duration");
     entry.answered = wire::requiredBool(json, "answered");
     entry.inProgress = wire::optionalBool(json, "inProgress");
-    if (const auto at = wire::optionalNumber(json, "connectedAt")) {
+    if (const auto at = plausibleNumber(json, "connectedAt")) {
         entry.connectedAt = Recents::fromReferenceSeconds(*at);
     }
     entry.interrupted = wire::optionalBool(json, "interrupted");

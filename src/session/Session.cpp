@@ -270,7 +270,7 @@ QCoro::Task<> Session::provisionDevice() {
     }
     m_settings.setText(QString::fromLatin1(deviceIdKey), device.deviceId);
     const Account account{edge->host + u':' + QString::number(edge->port), device.realm,
-                          device.sipUsername, device.password};
+                          device.sipUsername, device.password, edge->transport};
     if (!m_phone) {
         co_await Account::save(account, m_settings, m_secrets);
         co_return;

@@ -1,7 +1,7 @@
 #include "telephony/Account.h"
 
 Account Account::builtIn() {
-    return {QString::fromLatin1(defaultServer), QString::fromLatin1(defaultRealm), {}, {}};
+    return {QString::fromLatin1(defaultServer), QString::fromLatin1(defaultRealm), {}, {}, {}};
 }
 
 QCoro::Task<Account> Account::load(SettingsStore& settings, SecureStore& secrets) {
@@ -15,6 +15,9 @@ QCoro::Task<Account> Account::load(SettingsStore& settings, SecureStore& secrets
     if (const auto username = settings.text(QString::fromLatin1(usernameKey))) {
         account.username = *username;
     }
+    if (const auto transport = settings.text(QString::fromLatin1(transportKey))) {
+        account.transport = *transport;
+    }
     const auto password =
         co_await secrets.read(QString::fromLatin1(passwordService), account.username);
     account.password = password.value_or(QString());
@@ -25,5 +28,6 @@ QCoro::Task<> Account::save(Account account, SettingsStore& settings, SecureStor
     settings.setText(QString::fromLatin1(serverKey), account.server);
     settings.setText(QString::fromLatin1(realmKey), account.realm);
     settings.setText(QString::fromLatin1(usernameKey), account.username);
+    settings.setText(QString::fromLatin1(transportKey), account.transport);
     co_await secrets.save(account.password, QString::fromLatin1(passwordService), account.username);
 }

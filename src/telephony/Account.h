@@ -15,10 +15,14 @@ struct Account {
     QString realm;
     QString username;
     QString password;
+    // "tls" when the server's edge was offered as TLS: a TLS edge need not sit
+    // on 5061 or 443, the ports that tell the engine so by themselves.
+    QString transport;
 
     static constexpr char serverKey[] = "account.server";
     static constexpr char realmKey[] = "account.realm";
     static constexpr char usernameKey[] = "account.username";
+    static constexpr char transportKey[] = "account.transport";
     static constexpr char passwordService[] = "net.velnor.rz.sip";
     static constexpr char defaultServer[] = "sip.velnor.net:5060";
     static constexpr char defaultRealm[] = "rz.local";

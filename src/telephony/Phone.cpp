@@ -141,6 +141,7 @@ core::SipAccount Phone::sipAccount() const {
     sip.realm = m_account.realm.toStdString();
     sip.username = m_account.username.toStdString();
     sip.password = m_account.password.toStdString();
+    sip.optionFlag = m_account.transport == u"tls";
     if (m_caFile && !m_caFile->isEmpty()) {
         sip.optionPair =
             std::pair<std::string, std::string>("tls-ca-file", m_caFile->toStdString());

@@ -21,6 +21,11 @@ bool waitFor(const std::function<bool()>& condition, int boundMs = 10000) {
     return condition();
 }
 
+// The party's events arrive while the phone's own keep being handled.
+bool partySaw(Baresip& party, const std::vector<std::string>& pieces, int boundMs = 10000) {
+    return waitFor([&] { return party.sawEvent(pieces); }, boundMs);
+}
+
 std::optional<Status> status(Phone& phone) {
     return phone.activeCall() ? std::optional(phone.activeCall()->status) : std::nullopt;
 }
@@ -49,7 +54,7 @@ TEST(PhoneSystem, ASignedInAppRegistersDialsAnEchoAndHearsItsOwnToneBack) {
 
     lab.phone->hangUp(uuid);
     EXPECT_FALSE(lab.phone->activeCall());
-    bob->waitEvent({"CALL_CLOSED"});
+    EXPECT_TRUE(partySaw(*bob, {"CALL_CLOSED"}));
     const auto& entry = lab.phone->recents().entries().front();
     EXPECT_EQ(entry.id, uuid);
     EXPECT_EQ(entry.remote, "bob");
@@ -74,7 +79,7 @@ TEST(PhoneSystem, OverTlsWithTheTestAuthorityFromTheSettings) {
     lab.phone->dial("erin");
     ASSERT_TRUE(waitFor([&] { return status(*lab.phone) == Status::connected; }));
     lab.phone->hangUpActive();
-    erin->waitEvent({"CALL_CLOSED"});
+    EXPECT_TRUE(partySaw(*erin, {"CALL_CLOSED"}));
 }
 
 TEST(PhoneSystem, AnIncomingCallIsNamedFromTheDirectoryAnsweredAndEndedByTheCaller) {
@@ -119,8 +124,7 @@ TEST(PhoneSystem, ASecondCallerWhileInACallIsTurnedAwayBusyAndListedAsMissed) {
     ASSERT_TRUE(waitFor([&] { return status(*lab.phone) == Status::connected; }));
     const QUuid first = lab.phone->activeCall()->uuid;
     carol->command("dial", "sip:alice@127.0.0.1");
-    const auto closed = carol->waitEvent({"CALL_CLOSED"});
-    EXPECT_NE(closed.find("486"), std::string::npos) << closed;
+    EXPECT_TRUE(partySaw(*carol, {"CALL_CLOSED", "486"}));
     ASSERT_TRUE(waitFor([&] { return lab.phone->recents().entries().size() == 2; }));
     const auto& missed = lab.phone->recents().entries().front();
     EXPECT_EQ(missed.remote, "carol");
@@ -138,7 +142,7 @@ TEST(PhoneSystem, ABusyPartyLeavesTheReasonInTheRecents) {
     lab.signIn();
     lab.waitRegistered();
     lab.phone->dial("carol");
-    carol->waitEvent({"CALL_INCOMING"});
+    EXPECT_TRUE(partySaw(*carol, {"CALL_INCOMING"}));
     carol->command("hangup");
     ASSERT_TRUE(waitFor([&] { return !lab.phone->activeCall(); }));
     const auto& entry = lab.phone->recents().entries().front();
@@ -159,8 +163,7 @@ TEST(PhoneSystem, ANumberNobodyHasLeavesTheReasonInTheRecents) {
     const auto& entry = lab.phone->recents().entries().front();
     EXPECT_EQ(entry.remote, "nobody");
     ASSERT_TRUE(entry.failure);
-    EXPECT_TRUE(entry.failure->contains("Not Found") || entry.failure->contains("404"))
-        << entry.failure->toStdString();
+    EXPECT_EQ(*entry.failure, "Not found") << entry.failure->toStdString();
 }
 
 TEST(PhoneSystem, ADialWhenThePhoneSystemIsGoneSaysSoAndIsRecorded) {
@@ -205,6 +208,5 @@ TEST(PhoneSystem, SignOutUnregistersAndDeletesTheDevice) {
     EXPECT_TRUE(deleted);
     // The registrar no longer knows us: a call to our user finds no one.
     carol->command("dial", "sip:alice@127.0.0.1");
-    const auto closed = carol->waitEvent({"CALL_CLOSED"});
-    EXPECT_NE(closed.find("404"), std::string::npos) << closed;
+    EXPECT_TRUE(partySaw(*carol, {"CALL_CLOSED", "404"}));
 }

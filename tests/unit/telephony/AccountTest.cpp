@@ -18,28 +18,29 @@ TEST(Account, OnAFreshSystemLoadGivesTheBuiltInAccountWhichIsNotComplete) {
 }
 
 TEST(Account, AnAccountWithAnEmptyRealmAndTheRestSetIsComplete) {
-    EXPECT_TRUE((Account{"a:5061", "", "ada", "pw"}).isComplete());
-    EXPECT_FALSE((Account{"", "r", "ada", "pw"}).isComplete());
-    EXPECT_FALSE((Account{"a:5061", "r", "", "pw"}).isComplete());
-    EXPECT_FALSE((Account{"a:5061", "r", "ada", ""}).isComplete());
+    EXPECT_TRUE((Account{"a:5061", "", "ada", "pw", ""}).isComplete());
+    EXPECT_FALSE((Account{"", "r", "ada", "pw", ""}).isComplete());
+    EXPECT_FALSE((Account{"a:5061", "r", "", "pw", ""}).isComplete());
+    EXPECT_FALSE((Account{"a:5061", "r", "ada", "", ""}).isComplete());
 }
 
 TEST(Account, SaveKeepsThreeSettingsAndThePasswordUnderTheUser) {
     MemorySettingsStore settings;
     MemorySecureStore secrets;
-    runTask(Account::save({"a:5061", "acme", "acme.101", "pw"}, settings, secrets));
+    runTask(Account::save({"a:5061", "acme", "acme.101", "pw", ""}, settings, secrets));
     EXPECT_EQ(settings.text("account.server"), "a:5061");
     EXPECT_EQ(settings.text("account.realm"), "acme");
     EXPECT_EQ(settings.text("account.username"), "acme.101");
+    EXPECT_EQ(settings.text("account.transport"), "");
     EXPECT_EQ(runTask(secrets.read("net.velnor.rz.sip", "acme.101")), "pw");
     EXPECT_EQ(runTask(Account::load(settings, secrets)),
-              (Account{"a:5061", "acme", "acme.101", "pw"}));
+              (Account{"a:5061", "acme", "acme.101", "pw", ""}));
 }
 
 TEST(Account, SavingTheEmptyAccountLeavesThePreviousUsersPasswordWhereItIs) {
     MemorySettingsStore settings;
     MemorySecureStore secrets;
-    runTask(Account::save({"a:5061", "acme", "acme.101", "pw"}, settings, secrets));
+    runTask(Account::save({"a:5061", "acme", "acme.101", "pw", ""}, settings, secrets));
     runTask(Account::save(Account::builtIn(), settings, secrets));
     EXPECT_EQ(runTask(secrets.read("net.velnor.rz.sip", "acme.101")), "pw");
     EXPECT_EQ(runTask(secrets.read("net.velnor.rz.sip", "")), "");

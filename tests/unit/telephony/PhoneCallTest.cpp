@@ -29,7 +29,7 @@ protected:
                 clients.push_back(client);
                 return client;
             });
-        phone.setAccount({"127.0.0.1:5060", "rz.local", "ada", "secret"});
+        phone.setAccount({"127.0.0.1:5060", "rz.local", "ada", "secret", ""});
         phone.onCallEnded = [this] { ++ended; };
     }
 
@@ -426,7 +426,7 @@ TEST_F(PhoneCallTest, AudioThatWillNotStartSaysSoAndTheCallGoesOn) {
             clients.push_back(client);
             return client;
         });
-    silent.setAccount({"127.0.0.1:5060", "", "ada", "pw"});
+    silent.setAccount({"127.0.0.1:5060", "", "ada", "pw", ""});
     silent.start();
     silent.registrationChanged(RegistrationState::registered());
     silent.dial("204");

@@ -38,7 +38,7 @@ protected:
             clients.push_back(client);
             return client;
         });
-        phone.setAccount({"127.0.0.1:5060", "rz.local", "ada", "secret"});
+        phone.setAccount({"127.0.0.1:5060", "rz.local", "ada", "secret", ""});
     }
 
     FakeClient& client() { return *clients.back(); }
@@ -93,7 +93,7 @@ TEST_F(PhoneTest, StartsOffWithTheBuiltInAccount) {
 }
 
 TEST_F(PhoneTest, StartWithAnIncompleteAccountDoesNothing) {
-    phone.setAccount({"127.0.0.1:5060", "rz.local", "ada", ""});
+    phone.setAccount({"127.0.0.1:5060", "rz.local", "ada", "", ""});
     phone.registrationChanged(RegistrationState::failed("wrong password"));
     phone.start();
     EXPECT_TRUE(clients.empty());
@@ -122,6 +122,15 @@ TEST_F(PhoneTest, StartHandsTheAccountToTheEngineAndStartsIt) {
 TEST_F(PhoneTest, WithoutACaFileNoOptionIsPassed) {
     phone.start();
     EXPECT_FALSE(client().account.optionPair);
+}
+
+TEST_F(PhoneTest, AnAccountOfATlsEdgeAsksForTlsWhateverThePort) {
+    phone.setAccount({"127.0.0.1:5062", "rz.local", "ada", "secret", "tls"});
+    phone.start();
+    EXPECT_TRUE(client().account.optionFlag);
+    phone.setAccount({"127.0.0.1:5062", "rz.local", "ada", "secret", "tcp"});
+    phone.start();
+    EXPECT_FALSE(client().account.optionFlag);
 }
 
 TEST_F(PhoneTest, AnEngineThatRefusesTheAccountFailsWithItsSentence) {
@@ -300,7 +309,7 @@ TEST_F(PhoneTest, AnEventThatArrivesAfterThePhoneIsGoneIsDropped) {
             delegate = d;
             return std::make_shared<FakeClient>(account, d);
         });
-    other->setAccount({"127.0.0.1:5060", "", "bo", "pw"});
+    other->setAccount({"127.0.0.1:5060", "", "bo", "pw", ""});
     other->start();
     ASSERT_TRUE(delegate);
     delegate->registrationChanged(RegistrationState::registered());
