@@ -47,9 +47,12 @@ void Application::init(SettingsStore& settings, SecureStore& secrets) {
     m_session = std::make_unique<Session>(settings, secrets);
     m_session->setPhone(m_phone.get());
     Session* session = m_session.get();
+    m_contacts = std::make_unique<PhoneContacts>(std::make_shared<EdsAddressBook>());
     m_phone->colleagueName = [session](const QString& number) {
         return session->colleagueName(number);
     };
+    PhoneContacts* contacts = m_contacts.get();
+    m_phone->contactName = [contacts](const QString& number) { return contacts->name(number); };
     m_session->setOpenBrowser([](const QUrl& url) { return QDesktopServices::openUrl(url); });
     m_engine.addImportPath(QStringLiteral("qrc:/"));
     connect(&m_appearance, &Appearance::darkChanged, this, [this] {
@@ -130,6 +133,7 @@ QCoro::Task<> Application::run() {
     // so that a restored session can wake the phone with it.
     const Account account = co_await Account::load(*m_settings, *m_secrets);
     m_phone->setAccount(account);
+    co_await m_contacts->refresh();
     co_await m_session->restore();
 }
 

@@ -2,6 +2,7 @@
 
 #include "platform/SecureStore.h"
 #include "platform/SettingsStore.h"
+#include "contacts/PhoneContacts.h"
 #include "session/Session.h"
 #include "shell/Appearance.h"
 #include "telephony/Phone.h"
@@ -30,6 +31,7 @@ public:
 
     Session& session() { return *m_session; }
     Phone& phone() { return *m_phone; }
+    PhoneContacts& contacts() { return *m_contacts; }
 
     // Loads the main window; false (and a log line) when QML failed to load.
     bool showMainWindow();
@@ -68,6 +70,7 @@ private:
     SecureStore* m_secrets = nullptr;
     std::unique_ptr<Phone> m_phone;
     std::unique_ptr<Session> m_session;
+    std::unique_ptr<PhoneContacts> m_contacts;
     QQmlApplicationEngine m_engine;
     Appearance m_appearance;
 };
