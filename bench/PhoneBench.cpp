@@ -2,12 +2,14 @@
 // baresip and sipp on loopback. Prints "name: value" lines, each beside a
 // baseline measured in the same run; nothing here fails on time.
 
+#include "../tests/integration/contacts/EdsLab.h"
 #include "../tests/integration/core/SipLab.h"
 #include "../tests/integration/session/BrowserKit.h"
 #include "DevServer.h"
 #include "Ports.h"
 #include "Services.h"
 #include "audio/NullBackend.h"
+#include "contacts/PhoneContacts.h"
 #include "session/Session.h"
 #include "telephony/Phone.h"
 
@@ -15,7 +17,9 @@
 #include <QDBusInterface>
 #include <QDeadlineTimer>
 #include <QDir>
+#include <QProcess>
 #include <QTest>
+#include <QTimer>
 
 #include <algorithm>
 #include <cstdio>
@@ -199,13 +203,78 @@ void memoryFigures() {
     phone.stop();
 }
 
+// 5,000 people in the desktop's address book read into the map, while the
+// main thread keeps ticking; baseline: the same read on the calling thread.
+void contactsFigures() {
+    TempHome home;
+    PrivateBus bus;
+    EdsLab eds(bus);
+    QList<EdsLab::Card> cards;
+    for (int i = 0; i < 5000; ++i) {
+        cards.append({QStringLiteral("Person %1").arg(i),
+                      QStringLiteral("Person%1").arg(i),
+                      {QStringLiteral("+49 30 %1").arg(1000000 + i),
+                       QStringLiteral("0171 %1").arg(2000000 + i)}});
+    }
+    eds.add(cards);
+
+    auto book = std::make_shared<EdsAddressBook>();
+    const auto direct = steady_clock::now();
+    const auto read = book->read();
+    const double directMs = msSince(direct);
+    if (read.contacts.size() != 5000) {
+        throw std::runtime_error("the book holds " + std::to_string(read.contacts.size()));
+    }
+
+    PhoneContacts contacts(book);
+    double maxBlockMs = 0;
+    auto last = steady_clock::now();
+    QTimer tick;
+    QObject::connect(&tick, &QTimer::timeout, [&] {
+        maxBlockMs = std::max(maxBlockMs, msSince(last));
+        last = steady_clock::now();
+    });
+    tick.start(1);
+    bool done = false;
+    const auto start = steady_clock::now();
+    double loadMs = 0;
+    // The coroutine's captures live in this named lambda for as long as it runs.
+    auto load = [&]() -> QCoro::Task<> {
+        co_await contacts.refresh();
+        loadMs = msSince(start);
+        done = true;
+    };
+    auto running = load();
+    waitFor([&] { return done; }, 30000);
+    tick.stop();
+    if (!contacts.person("+49301004999")) {
+        throw std::runtime_error("the map is not ready");
+    }
+    std::printf("contacts_load_ms_5000: %.1f\n", loadMs);
+    // The timer's own 1 ms period is part of each gap.
+    std::printf("main_thread_max_block_ms: %.1f\n", maxBlockMs);
+    std::printf("eds_read_ms_5000_direct: %.1f\n", directMs);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
+    // Each figure is out as soon as it is measured.
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
     try {
+        // The address book's figures run in a process of their own, as each
+        // test does: GLib keeps one session-bus connection per process.
+        if (app.arguments().contains("--contacts")) {
+            contactsFigures();
+            return 0;
+        }
         memoryFigures();
         appFigures();
+        std::fflush(stdout);
+        if (QProcess::execute(app.applicationFilePath(), {"--contacts"}) != 0) {
+            throw std::runtime_error("the address book's figures failed");
+        }
     } catch (const std::exception& e) {
         std::fprintf(stderr, "bench_phone: %s\n", e.what());
         return 1;

@@ -3,11 +3,13 @@
 #include "platform/Log.h"
 
 #include <QCollator>
-#include <QThread>
+#include <QCoreApplication>
+#include <QPointer>
 
-#include <QCoro/QCoroThread>
+#include <QCoro/QCoroSignal>
 
 #include <algorithm>
+#include <thread>
 
 PhoneContacts::PhoneContacts(std::shared_ptr<AddressBook> book, QObject* parent)
     : QObject(parent), m_book(std::move(book)) {}
@@ -50,42 +52,66 @@ QList<PhoneContacts::Person> PhoneContacts::peopleOf(std::vector<AddressBook::Co
     return people;
 }
 
-QCoro::Task<> PhoneContacts::refresh() {
-    auto book = m_book;
-    AddressBook::Read read;
-    // The book is read on a thread of its own with a connection of its own;
-    // the result comes back by value.
-    std::unique_ptr<QThread> worker(QThread::create([book, &read] { read = book->read(); }));
-    worker->start();
-    co_await qCoro(worker.get()).waitForFinished();
-    const bool readable = !read.failure || !read.contacts.empty();
-    setAuthorized(readable);
-    if (!readable) {
-        if (!m_toldAbsent) {
-            m_toldAbsent = true;
-            Log::info(Log::app, QStringLiteral("The address book cannot be read (%1); callers "
-                                               "are named from the directory only")
-                                    .arg(*read.failure));
-        }
-        m_byNumber.clear();
-        if (!m_people.isEmpty()) {
-            m_people.clear();
-            emit peopleChanged();
-        }
-        co_return;
-    }
-    QList<Person> people = peopleOf(std::move(read.contacts));
-    m_byNumber.clear();
+QHash<QString, PhoneContacts::Person> PhoneContacts::mapOf(const QList<Person>& people) {
+    QHash<QString, Person> byNumber;
     for (const Person& person : people) {
         for (const QString& number : person.numbers) {
+            // Earlier people, in given-name order, keep a number they share.
             const QString key = numberKey(number);
-            if (!m_byNumber.contains(key)) {
-                m_byNumber.insert(key, person);
+            if (!byNumber.contains(key)) {
+                byNumber.insert(key, person);
             }
         }
     }
-    if (people != m_people) {
-        m_people = std::move(people);
+    return byNumber;
+}
+
+QCoro::Task<> PhoneContacts::refresh() {
+    struct Outcome {
+        std::optional<QString> failure;
+        QList<Person> people;
+        QHash<QString, Person> byNumber;
+    };
+    auto outcome = std::make_shared<Outcome>();
+    const quint64 serial = ++m_reads;
+    // The worker's word comes back as an event posted to the main thread, so
+    // it cannot arrive before the wait below is in place.
+    QPointer<PhoneContacts> self(this);
+    // The book is read, sorted and mapped on a thread of its own with a
+    // connection of its own; the main thread only takes the result.
+    std::thread([book = m_book, outcome, self, serial] {
+        auto read = book->read();
+        if (read.failure && read.contacts.empty()) {
+            outcome->failure = read.failure;
+        } else {
+            outcome->people = peopleOf(std::move(read.contacts));
+            outcome->byNumber = mapOf(outcome->people);
+        }
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(),
+            [self, serial] {
+                if (self) {
+                    emit self->readFinished(serial);
+                }
+            },
+            Qt::QueuedConnection);
+    }).detach();
+    while (co_await qCoro(this, &PhoneContacts::readFinished) != serial) {
+    }
+    const auto failure = outcome->failure;
+    QList<Person> people = std::move(outcome->people);
+    QHash<QString, Person> byNumber = std::move(outcome->byNumber);
+    setAuthorized(!failure);
+    if (failure && !m_toldAbsent) {
+        m_toldAbsent = true;
+        Log::info(Log::app, QStringLiteral("The address book cannot be read (%1); callers are "
+                                           "named from the directory only")
+                                .arg(*failure));
+    }
+    const bool changed = !(m_people.isEmpty() && people.isEmpty());
+    m_people.swap(people);
+    m_byNumber.swap(byNumber);
+    if (changed) {
         emit peopleChanged();
     }
 }

@@ -52,10 +52,14 @@ public:
     // People in given-name order, the ones without a number left out; the
     // first person to have a key keeps it.
     static QList<Person> peopleOf(std::vector<AddressBook::Contact> contacts);
+    // Each person under the key of each of their numbers; the first to have a key keeps it.
+    static QHash<QString, Person> mapOf(const QList<Person>& people);
 
 signals:
     void authorizedChanged();
     void peopleChanged();
+    // A read of the book on the worker is over; refresh() waits for its own.
+    void readFinished(quint64 serial);
 
 private:
     void setAuthorized(bool authorized);
@@ -65,4 +69,5 @@ private:
     QList<Person> m_people;
     QHash<QString, Person> m_byNumber;
     bool m_toldAbsent = false;
+    quint64 m_reads = 0;
 };

@@ -36,4 +36,7 @@ public:
 class EdsAddressBook final : public AddressBook {
 public:
     Read read() override;
+
+private:
+    Read readBook();
 };

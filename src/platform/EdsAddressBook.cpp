@@ -46,6 +46,17 @@ std::optional<QByteArray> thumbnailOf(EContact* contact) {
 } // namespace
 
 AddressBook::Read EdsAddressBook::read() {
+    // A main context of this thread's own, so that nothing of the book is
+    // dispatched on the thread that called us from elsewhere.
+    GMainContext* context = g_main_context_new();
+    g_main_context_push_thread_default(context);
+    Read result = readBook();
+    g_main_context_pop_thread_default(context);
+    g_main_context_unref(context);
+    return result;
+}
+
+AddressBook::Read EdsAddressBook::readBook() {
     Read result;
     GError* error = nullptr;
     // GLib ends the whole process when its shared session-bus connection

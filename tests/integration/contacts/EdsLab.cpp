@@ -26,6 +26,13 @@ EdsLab::EdsLab(PrivateBus& bus) {
 
 void EdsLab::add(const QList<Card>& cards) {
     GError* error = nullptr;
+    // GLib would end this process when the bus it shares goes away with the test.
+    if (GDBusConnection* connection = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, &error)) {
+        g_dbus_connection_set_exit_on_close(connection, FALSE);
+        g_object_unref(connection);
+    } else {
+        throw std::runtime_error(std::string("session bus: ") + error->message);
+    }
     ESourceRegistry* registry = e_source_registry_new_sync(nullptr, &error);
     if (!registry) {
         throw std::runtime_error(std::string("EDS registry: ") + error->message);
