@@ -6,6 +6,8 @@ ApplicationWindow {
     id: window
 
     required property QtObject session
+    // The telephone; absent in views rendered without one.
+    property QtObject phone: null
 
     title: "velnor RZ"
     width: 920
@@ -53,6 +55,7 @@ ApplicationWindow {
 
         SignedInView {
             session: window.session
+            phone: window.phone
         }
     }
 }

@@ -7,6 +7,7 @@ Item {
     id: view
 
     required property QtObject session
+    property QtObject phone: null
 
     ColumnLayout {
         anchors.centerIn: parent
@@ -19,6 +20,24 @@ Item {
             color: Theme.primaryText
             font.weight: Font.DemiBold
             font.pixelSize: 22
+        }
+        Label {
+            objectName: "registration"
+            Layout.alignment: Qt.AlignHCenter
+            Layout.maximumWidth: 420
+            visible: view.phone !== null
+            text: view.phone ? qsTr("Phone: %1").arg(view.phone.registration) : ""
+            color: view.phone && view.phone.registered ? Theme.primaryText : Theme.secondaryText
+            wrapMode: Text.Wrap
+        }
+        Label {
+            objectName: "phoneError"
+            Layout.alignment: Qt.AlignHCenter
+            Layout.maximumWidth: 420
+            visible: view.phone !== null && view.phone.hasLastError
+            text: view.phone ? view.phone.lastError : ""
+            color: Theme.danger
+            wrapMode: Text.Wrap
         }
         Label {
             objectName: "signedInError"

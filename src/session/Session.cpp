@@ -1,8 +1,11 @@
 #include "session/Session.h"
 
+#include "platform/Hardware.h"
 #include "platform/Log.h"
+#include "telephony/Phone.h"
 
 #include <QUrlQuery>
+#include <QUuid>
 
 const QUrl Session::defaultServer(QStringLiteral("https://rz.velnor.net/"));
 const QUrl Session::developmentServer(QStringLiteral("http://localhost:3000/"));
@@ -211,8 +214,16 @@ QCoro::Task<> Session::enter() {
         setMe(decode<Me>(reply.body));
         Log::info(Log::api,
                   QStringLiteral("Signed in to %1 as %2").arg(m_server.toString(), m_me->name));
-        // The phone (wake, or provision this device) joins here; a failure of
-        // it ends enter() as one of api/me does.
+        // A device already provisioned keeps what it has; anything missing
+        // asks the server again.
+        if (m_phone) {
+            const auto deviceId = m_settings.text(QString::fromLatin1(deviceIdKey));
+            if (m_phone->account().isComplete() && deviceId) {
+                m_phone->wake();
+            } else {
+                co_await provisionDevice();
+            }
+        }
     } catch (...) {
         failure = std::current_exception();
     }
@@ -232,6 +243,54 @@ QCoro::Task<> Session::enter() {
     // Then, each handling its own failures: live updates, queues, the
     // directory, the first page of the call history, voicemail.
     m_live->start();
+}
+
+std::optional<AppDevice::Edge> Session::chooseEdge(const QList<AppDevice::Edge>& edges) {
+    for (const auto& edge : edges) {
+        if (edge.transport == u"tcp" || edge.transport == u"tls") {
+            return edge;
+        }
+    }
+    return std::nullopt;
+}
+
+QCoro::Task<QString> Session::installId() {
+    const QString service = QString::fromLatin1(installService);
+    const QString account = QString::fromLatin1(installAccount);
+    if (const auto kept = co_await m_secrets.read(service, account)) {
+        co_return *kept;
+    }
+    const QString made = QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
+    co_await m_secrets.save(made, service, account);
+    co_return made;
+}
+
+QCoro::Task<> Session::provisionDevice() {
+    auto api = m_api;
+    AppDeviceRequest request;
+    request.installId = co_await installId();
+    request.name = tr("%1 of %2").arg(QStringLiteral("Linux"), m_me ? m_me->name : QString());
+    request.platform = QStringLiteral("linux");
+    // Sent even when empty: the server treats it as free text.
+    request.model = Hardware::model();
+    const auto reply = co_await api->request(QStringLiteral("api/me/app-device"), "POST",
+                                             QByteArray::fromStdString(request.toJson().dump()));
+    const auto device = decode<AppDevice>(reply.body);
+    const auto edge = chooseEdge(device.edge);
+    if (!edge) {
+        throw API::Failure::oauth(QStringLiteral("no TCP or TLS edge offered"));
+    }
+    m_settings.setText(QString::fromLatin1(deviceIdKey), device.deviceId);
+    const Account account{edge->host + u':' + QString::number(edge->port), device.realm,
+                          device.sipUsername, device.password, edge->transport};
+    if (!m_phone) {
+        co_await Account::save(account, m_settings, m_secrets);
+        co_return;
+    }
+    m_phone->setAccount(account);
+    co_await Account::save(account, m_settings, m_secrets);
+    m_phone->stop();
+    m_phone->start();
 }
 
 QCoro::Task<> Session::signOut(bool removeDevice) {
@@ -269,8 +328,16 @@ void Session::resetLocal() {
     // and the followed call stay for the next follow or watchQueues to sort out.
     m_live->stop();
     m_live->clearState();
-    // Queues and the directory cache are emptied, and the
-    // phone is stopped and given the empty account here, once they exist.
+    // Queues and the directory cache are emptied here, once they exist.
+    if (m_phone) {
+        // A call in progress ends with the client.
+        m_phone->stop();
+        const Account empty = Account::builtIn();
+        m_phone->setAccount(empty);
+        Account::save(empty, m_settings, m_secrets);
+        m_phone->stop();
+        m_phone->start();
+    }
     m_settings.remove(QString::fromLatin1(deviceIdKey));
     setMe(std::nullopt);
     setDirectory(std::nullopt);

@@ -6,6 +6,7 @@
 #include "platform/Clock.h"
 #include "platform/SecureStore.h"
 #include "platform/SettingsStore.h"
+#include "telephony/Account.h"
 
 #include <QObject>
 #include <QPointer>
@@ -18,6 +19,8 @@
 #include <functional>
 #include <memory>
 #include <optional>
+
+class Phone;
 
 // The signed-in state of the whole app: which dashboard, who the user is,
 // whether the browser sign-in is under way, and what the screens show from
@@ -69,6 +72,10 @@ public:
     Live* liveObject() { return m_live.get(); }
     const std::optional<PendingAuth>& pendingAuth() const { return m_pendingAuth; }
 
+    // The phone this session provisions, wakes and stops; the app gives it once.
+    void setPhone(Phone* phone) { m_phone = phone; }
+    Phone* phone() const { return m_phone; }
+
     // How the browser is opened; the shell gives the desktop's. False when it could not be.
     void setOpenBrowser(std::function<bool(const QUrl&)> open) { m_openBrowser = std::move(open); }
 
@@ -94,6 +101,14 @@ public:
     Q_INVOKABLE void signOutKeepingDeviceFromScreen();
     void resetLocal();
 
+    // Makes this computer one of the user's phones: asks the server for a
+    // device, keeps its SIP credentials and restarts the phone with them.
+    QCoro::Task<> provisionDevice();
+    // This computer's id towards the server, made once and kept through every sign-out.
+    QCoro::Task<QString> installId();
+    // The first edge whose transport is "tcp" or "tls", in the server's order.
+    static std::optional<AppDevice::Edge> chooseEdge(const QList<AppDevice::Edge>& edges);
+
     void setDirectory(std::optional<Directory> directory);
     // The colleague a number belongs to: an extension exactly, or a direct
     // number whose last 10 digits agree (at least 6 of them).
@@ -105,6 +120,9 @@ public:
     static QString failureText(std::exception_ptr failure);
     // The last 10 digits of a number.
     static QString numberKey(const QString& number);
+
+    static constexpr char installService[] = "net.velnor.rz.install";
+    static constexpr char installAccount[] = "id";
 
 signals:
     void stateChanged();
@@ -135,4 +153,5 @@ private:
     std::optional<PendingAuth> m_pendingAuth;
     std::function<bool(const QUrl&)> m_openBrowser;
     std::unique_ptr<Live> m_live;
+    Phone* m_phone = nullptr;
 };

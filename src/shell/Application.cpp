@@ -1,6 +1,9 @@
 #include "shell/Application.h"
 
+#include "audio/PulseBackend.h"
+#include "core/Core.h"
 #include "platform/Log.h"
+#include "telephony/DialLink.h"
 
 #include <QDBusConnection>
 #include <QDesktopServices>
@@ -35,12 +38,35 @@ Application::Application(SettingsStore& settings, SecureStore& secrets, QObject*
 Application::~Application() = default;
 
 void Application::init(SettingsStore& settings, SecureStore& secrets) {
+    m_settings = &settings;
+    m_secrets = &secrets;
+    // The engine logs from the first moment, so that everything after is seen,
+    // and its lines go where ours go: the journal and standard error.
+    core::initLogging(coreLogFilter());
+    core::setLogSink([](core::LogLevel level, const std::string& message) {
+        Log::write(Log::sip, QString::fromStdString(message),
+                   level <= core::LogLevel::warn ? Log::Level::error : Log::Level::info);
+    });
+    // The phone comes first: the session is given it, and nothing here touches the network.
+    m_phone = std::make_unique<Phone>(settings, std::make_shared<PulseBackend>());
+    m_phone->setCaFile(settings.text(QString::fromLatin1(caFileKey)));
     m_session = std::make_unique<Session>(settings, secrets);
+    m_session->setPhone(m_phone.get());
+    Session* session = m_session.get();
+    m_contacts = std::make_unique<PhoneContacts>(std::make_shared<EdsAddressBook>());
+    m_phone->colleagueName = [session](const QString& number) {
+        return session->colleagueName(number);
+    };
+    PhoneContacts* contacts = m_contacts.get();
+    m_phone->contactName = [contacts](const QString& number) { return contacts->name(number); };
     m_session->setOpenBrowser([](const QUrl& url) { return QDesktopServices::openUrl(url); });
     m_engine.addImportPath(QStringLiteral("qrc:/"));
     // Live updates: after a resume or when the network returns, the socket is
     // replaced at once rather than after the back-off.
     Live& live = m_session->live();
+    // Live updates follow the server's view of the phone's active call.
+    connect(m_phone.get(), &Phone::activeSipCallIdChanged, this,
+            [this] { activeSipCallIdChanged(m_phone->activeSipCallId()); });
     connect(&m_wakeups, &SystemWakeups::resumed, &live, &Live::reconnectNow);
     connect(&m_wakeups, &SystemWakeups::networkUp, &live, &Live::reconnectNow);
     m_wakeups.watchSleep(QDBusConnection::systemBus());
@@ -54,6 +80,13 @@ void Application::init(SettingsStore& settings, SecureStore& secrets) {
 
 void Application::activeSipCallIdChanged(const std::optional<QString>& sipCallId) {
     m_session->live().follow(sipCallId);
+}
+
+std::string Application::coreLogFilter() {
+    if (qEnvironmentVariableIsSet("RUST_LOG")) {
+        return qEnvironmentVariable("RUST_LOG").toStdString();
+    }
+    return "warn,velnor_core=info";
 }
 
 void Application::describe() {
@@ -89,7 +122,8 @@ QObject* Application::palette() {
 
 bool Application::showMainWindow() {
     m_engine.setInitialProperties(
-        {{QStringLiteral("session"), QVariant::fromValue<QObject*>(m_session.get())}});
+        {{QStringLiteral("session"), QVariant::fromValue<QObject*>(m_session.get())},
+         {QStringLiteral("phone"), QVariant::fromValue<QObject*>(m_phone.get())}});
     m_engine.load(mainQml);
     if (!mainWindow()) {
         Log::error(Log::app, QStringLiteral("The main window did not load"));
@@ -111,7 +145,16 @@ QQuickWindow* Application::mainWindow() const {
 }
 
 void Application::start() {
-    m_session->restore();
+    run();
+}
+
+QCoro::Task<> Application::run() {
+    // The stored SIP account first (its password is in the Secret Service),
+    // so that a restored session can wake the phone with it.
+    const Account account = co_await Account::load(*m_settings, *m_secrets);
+    m_phone->setAccount(account);
+    co_await m_contacts->refresh();
+    co_await m_session->restore();
 }
 
 void Application::handleUrl(const QUrl& url) {
@@ -122,13 +165,27 @@ void Application::handleUrl(const QUrl& url) {
         m_session->handleRedirect(url);
         return;
     }
-    if (scheme == u"tel" || scheme == u"sip" || scheme == u"callto") {
-        Log::info(Log::phone, QStringLiteral("A %1: link arrived; dialling from links is not "
-                                             "available yet")
-                                  .arg(scheme));
+    if (DialLink::isDialScheme(scheme)) {
+        handleLink(url.toString());
         return;
     }
     Log::info(Log::app, QStringLiteral("Ignored a link of the scheme \"%1\"").arg(scheme));
+}
+
+void Application::handleLink(const QString& link) {
+    const QString scheme = DialLink::schemeOf(link);
+    if (!DialLink::isDialScheme(scheme)) {
+        handleUrl(QUrl(link));
+        return;
+    }
+    const auto number = DialLink::number(link);
+    if (!number) {
+        Log::info(Log::phone, QStringLiteral("A %1: link with nothing to dial").arg(scheme));
+        return;
+    }
+    Log::info(Log::phone, QStringLiteral("Dialling %1 from a %2: link").arg(*number, scheme));
+    raiseMainWindow();
+    m_phone->dialOrQueue(*number);
 }
 
 void Application::raiseMainWindow() {

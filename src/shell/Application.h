@@ -2,13 +2,17 @@
 
 #include "platform/SecureStore.h"
 #include "platform/SettingsStore.h"
+#include "contacts/PhoneContacts.h"
 #include "session/Session.h"
 #include "shell/Appearance.h"
 #include "shell/SystemWakeups.h"
+#include "telephony/Phone.h"
 
 #include <QObject>
 #include <QQmlApplicationEngine>
 #include <QUrl>
+
+#include <QCoro/QCoroTask>
 
 #include <memory>
 
@@ -27,6 +31,8 @@ public:
     ~Application() override;
 
     Session& session() { return *m_session; }
+    Phone& phone() { return *m_phone; }
+    PhoneContacts& contacts() { return *m_contacts; }
 
     // Loads the main window; false (and a log line) when QML failed to load.
     bool showMainWindow();
@@ -34,6 +40,8 @@ public:
     void start();
     // A link from the desktop: the sign-in redirect, or a number to dial.
     void handleUrl(const QUrl& url);
+    // The same from a link's text, as a second start or the bus hands it over.
+    void handleLink(const QString& link);
     // Brings the main window to the front, for a second launch or a link.
     void raiseMainWindow();
 
@@ -54,13 +62,21 @@ public:
     void activeSipCallIdChanged(const std::optional<QString>& sipCallId);
     SystemWakeups& wakeups() { return m_wakeups; }
     // --- end of live updates ---
+    // The engine's log filter: RUST_LOG when set, even empty, else the default.
+    static std::string coreLogFilter();
+    static constexpr char caFileKey[] = "sip.caFile";
 
 private:
     void init(SettingsStore& settings, SecureStore& secrets);
+    QCoro::Task<> run();
 
     std::unique_ptr<SettingsStore> m_ownSettings;
     std::unique_ptr<SecureStore> m_ownSecrets;
+    SettingsStore* m_settings = nullptr;
+    SecureStore* m_secrets = nullptr;
+    std::unique_ptr<Phone> m_phone;
     std::unique_ptr<Session> m_session;
+    std::unique_ptr<PhoneContacts> m_contacts;
     QQmlApplicationEngine m_engine;
     Appearance m_appearance;
     SystemWakeups m_wakeups;

@@ -19,6 +19,12 @@ Automation::Automation(Application& app, QObject* parent) : QObject(parent), m_a
             [this] { changed("LiveConnected", liveConnected()); });
     connect(&live, &Live::lastDecodeErrorChanged, this,
             [this] { changed("LiveDecodeError", liveDecodeError()); });
+    Phone& phone = m_app.phone();
+    connect(&phone, &Phone::registrationUpdated, this,
+            [this] { changed("Registration", registration()); });
+    connect(&phone, &Phone::activeCallChanged, this,
+            [this] { changed("ActiveCall", activeCall()); });
+    connect(&phone, &Phone::lastErrorChanged, this, [this] { changed("LastError", lastError()); });
 }
 
 bool Automation::publish() {
@@ -70,6 +76,38 @@ QString Automation::liveDecodeError() const {
     return m_app.session().live().lastDecodeErrorText();
 }
 
+QString Automation::registration() const {
+    return m_app.phone().registrationText();
+}
+
+QVariantMap Automation::activeCall() const {
+    return m_app.phone().activeCallMap();
+}
+
+QString Automation::lastError() const {
+    return m_app.phone().lastErrorText();
+}
+
+void Automation::Dial(const QString& number) {
+    m_app.phone().dialOrQueue(number);
+}
+
+void Automation::Answer() {
+    m_app.phone().answer();
+}
+
+void Automation::HangUp() {
+    m_app.phone().hangUpActive();
+}
+
+void Automation::SetMuted(bool muted) {
+    m_app.phone().setActiveMuted(muted);
+}
+
+bool Automation::SendDigits(const QString& digits) {
+    return m_app.phone().sendActiveDigits(digits);
+}
+
 void Automation::SignIn() {
     m_app.session().signIn();
 }
@@ -80,7 +118,7 @@ void Automation::CancelSignIn() {
 
 void Automation::HandleUrl(const QString& url) {
     m_app.raiseMainWindow();
-    m_app.handleUrl(QUrl(url));
+    m_app.handleLink(url);
 }
 
 void Automation::changed(const char* property, const QVariant& value) {

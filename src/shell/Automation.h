@@ -18,6 +18,10 @@ class Automation : public QObject {
     Q_PROPERTY(QString Error READ error)
     Q_PROPERTY(bool LiveConnected READ liveConnected)
     Q_PROPERTY(QString LiveDecodeError READ liveDecodeError)
+    // The phone.
+    Q_PROPERTY(QString Registration READ registration)
+    Q_PROPERTY(QVariantMap ActiveCall READ activeCall)
+    Q_PROPERTY(QString LastError READ lastError)
 public:
     static constexpr char serviceName[] = "net.velnor.rz";
     static constexpr char objectPath[] = "/net/velnor/rz";
@@ -35,11 +39,20 @@ public:
     QString error() const;
     bool liveConnected() const;
     QString liveDecodeError() const;
+    QString registration() const;
+    QVariantMap activeCall() const;
+    QString lastError() const;
 
 public slots:
     void SignIn();
     void CancelSignIn();
     void HandleUrl(const QString& url);
+    // The phone: a dial waits for the registration when there is none yet.
+    void Dial(const QString& number);
+    void Answer();
+    void HangUp();
+    void SetMuted(bool muted);
+    bool SendDigits(const QString& digits);
 
 private:
     void changed(const char* property, const QVariant& value);

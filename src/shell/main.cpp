@@ -1,4 +1,3 @@
-#include "core/Core.h"
 #include "platform/Log.h"
 #include "shell/Application.h"
 #include "shell/Automation.h"
@@ -13,14 +12,6 @@
 int main(int argc, char** argv) {
     Application::describe();
     QGuiApplication app(argc, argv);
-    // The engine's lines go where ours go: the journal and standard error.
-    core::initLogging(qEnvironmentVariableIsSet("RUST_LOG")
-                          ? qEnvironmentVariable("RUST_LOG").toStdString()
-                          : std::string("warn,velnor_core=info"));
-    core::setLogSink([](core::LogLevel level, const std::string& message) {
-        Log::write(Log::sip, QString::fromStdString(message),
-                   level <= core::LogLevel::warn ? Log::Level::error : Log::Level::info);
-    });
 
     // Links come as arguments when the desktop opens one with this app.
     QStringList links = app.arguments().mid(1);
@@ -54,7 +45,7 @@ int main(int argc, char** argv) {
                      [&application](const QStringList& handed) {
                          application.raiseMainWindow();
                          for (const QString& link : handed) {
-                             application.handleUrl(QUrl(link));
+                             application.handleLink(link);
                          }
                      });
     Automation automation(application);
@@ -62,7 +53,7 @@ int main(int argc, char** argv) {
     Log::info(Log::app, QStringLiteral("velnor RZ %1 started").arg(QStringLiteral(VELNOR_VERSION)));
     application.start();
     for (const QString& link : links) {
-        application.handleUrl(QUrl(link));
+        application.handleLink(link);
     }
     const int status = app.exec();
     Log::info(Log::app, QStringLiteral("velnor RZ stopped"));

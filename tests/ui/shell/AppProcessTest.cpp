@@ -84,11 +84,11 @@ TEST_F(AppProcess, ASecondLaunchHandsItsSignInLinkToTheRunningAppAndExits) {
     EXPECT_EQ(app.process().exitCode(), 0);
 }
 
-TEST_F(AppProcess, ATelLinkIsTakenByTheRunningAppAndLoggedUntilDiallingExists) {
+TEST_F(AppProcess, ATelLinkIsTakenByTheRunningAppAndDialled) {
     start();
     waitForLine("Main window shown");
     EXPECT_EQ(launchAgain({"tel:+4930123456"}), 0);
-    EXPECT_TRUE(waitForLine("A tel: link arrived").contains("[phone]"));
+    EXPECT_TRUE(waitForLine("Dialling +4930123456 from a tel: link").contains("[phone]"));
 }
 
 TEST_F(AppProcess, ALaunchWithNoAppRunningStartsNormallyAndThenTakesTheLink) {
@@ -99,7 +99,7 @@ TEST_F(AppProcess, ALaunchWithNoAppRunningStartsNormallyAndThenTakesTheLink) {
     }());
     app.process().setReadChannel(QProcess::StandardError);
     waitForLine("started");
-    EXPECT_TRUE(waitForLine("A sip: link arrived").contains("[phone]"));
+    EXPECT_TRUE(waitForLine("Dialling alice from a sip: link").contains("[phone]"));
 }
 
 TEST_F(AppProcess, ASocketLeftByAnAppThatDiedDoesNotStopTheNextOne) {

@@ -141,7 +141,7 @@ TEST_F(Automation, HandleUrlTakesTheSamePathAsALink) {
     // With no sign-in pending, a stale redirect changes nothing.
     EXPECT_EQ(property("Error"), "");
     callMethod("HandleUrl", {QString("callto:+4930123")});
-    waitForLine("A callto: link arrived");
+    waitForLine("Dialling +4930123 from a callto: link");
 }
 
 TEST(AutomationWithoutBus, TheAppRunsAndSaysOnceThatTheBusIsMissing) {

@@ -1,0 +1,57 @@
+#pragma once
+
+// The phone system as the app meets it, private to one test: rz-devserver
+// offering a kamailio of its own as the SIP edge, baresip parties registered
+// there, a PulseAudio daemon with null sinks, and gnome-keyring's Secret
+// Service on a private bus. The signed-in session and the phone run in this
+// process with the real engine.
+
+#include "../core/SipLab.h"
+#include "../session/BrowserKit.h"
+#include "DevServer.h"
+#include "PulseAudioServer.h"
+#include "Services.h"
+#include "audio/PulseBackend.h"
+#include "session/Session.h"
+#include "telephony/Phone.h"
+
+#include <QTemporaryDir>
+
+#include <memory>
+
+class PhoneLab {
+public:
+    struct Options {
+        bool tls = false;
+        // The SIP user the device is given; one of kamailio's test users.
+        std::string user = "alice";
+    };
+
+    explicit PhoneLab(Options options);
+    PhoneLab() : PhoneLab(Options{}) {}
+
+    // Signs in on rz-devserver; provisioning starts the phone. Throws when the
+    // session did not get there within the bound.
+    void signIn();
+    // Waits for the phone to be registered; throws with what it shows otherwise.
+    void waitRegistered(std::chrono::milliseconds bound = 10s);
+
+    std::unique_ptr<Baresip> party(const std::string& user, Baresip::Role role);
+
+    // Seconds of what the default sink played, at 8000 Hz, recorded from its monitor.
+    std::vector<std::int16_t> recordSpeaker(double seconds);
+
+    QTemporaryDir dir;
+    TestCertificates certs{dir.path()};
+    Kamailio kamailio{dir.path(), certs, {}};
+    QString tone = writeToneFile(dir.path(), 1000);
+    PrivateBus bus;
+    SecretService secretService{bus};
+    PulseAudioServer pulse;
+    DevServer server;
+    MemorySettingsStore settings;
+    KeychainStore secrets;
+    std::unique_ptr<Phone> phone;
+    std::unique_ptr<Session> session;
+    Options options;
+};
