@@ -4,6 +4,7 @@
 #include "audio/NullBackend.h"
 #include "telephony/CallAudio.h"
 
+#include <span>
 #include <sys/prctl.h>
 
 #include <atomic>
@@ -52,7 +53,7 @@ double ms(Clock::duration d) {
     return std::chrono::duration<double, std::milli>(d).count();
 }
 
-bool hasClick(const std::vector<std::int16_t>& frame) {
+bool hasClick(std::span<const std::int16_t> frame) {
     for (std::int16_t s : frame) {
         if (std::abs(int(s)) > 8000) {
             return true;
@@ -84,6 +85,13 @@ public:
             watchRead = false;
         }
         return frame;
+    }
+    void readAudioInto(std::int16_t* out, std::size_t count) override {
+        m_inner->readAudioInto(out, count);
+        if (watchRead.load() && hasClick(std::span<const std::int16_t>(out, count))) {
+            readAt = Clock::now();
+            watchRead = false;
+        }
     }
     void writeAudio(const std::vector<std::int16_t>& frame) override {
         if (watchWrite.load() && hasClick(frame)) {

@@ -4,6 +4,7 @@
 
 #include <QCoreApplication>
 
+#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <limits>
@@ -278,8 +279,9 @@ std::uint32_t CallAudio::pull(float* out, std::uint32_t count) {
         if (!m_state.call) {
             break;
         }
-        // The one allocation here is the core's own list.
-        std::vector<std::int16_t> received = m_state.call->readAudio();
+        // One frame at a time into a buffer on the stack: nothing here touches the heap.
+        std::array<std::int16_t, frame> received;
+        m_state.call->readAudioInto(received.data(), received.size());
         speaker.insert(speaker.end(), received.begin(), received.end());
     }
     const std::uint32_t n = std::min<std::uint32_t>(count, std::uint32_t(speaker.size()));

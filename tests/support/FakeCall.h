@@ -37,6 +37,20 @@ public:
         return out;
     }
 
+    // Serves from the same samples as readAudio, without a list of its own.
+    void readAudioInto(std::int16_t* out, std::size_t count) override {
+        std::lock_guard guard(m_mutex);
+        ++m_reads;
+        for (std::size_t i = 0; i < count; ++i) {
+            if (m_toServe.empty()) {
+                out[i] = 0;
+            } else {
+                out[i] = m_toServe.front();
+                m_toServe.pop_front();
+            }
+        }
+    }
+
     void writeAudio(const std::vector<std::int16_t>& frame) override {
         std::lock_guard guard(m_mutex);
         m_written.push_back(frame);
