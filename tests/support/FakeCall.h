@@ -12,8 +12,8 @@
 // serves the samples it is given, then silence, 160 at a time.
 class FakeCall : public core::Call {
 public:
-    explicit FakeCall(std::vector<std::int16_t> toServe = {}, std::size_t readSize = 160)
-        : m_toServe(toServe.begin(), toServe.end()), m_readSize(readSize) {}
+    explicit FakeCall(std::vector<std::int16_t> toServe = {})
+        : m_toServe(toServe.begin(), toServe.end()) {}
 
     void answer() override {}
     void hangup() override {}
@@ -27,17 +27,12 @@ public:
     void transfer(const std::string&) override {}
 
     std::vector<std::int16_t> readAudio() override {
-        std::lock_guard guard(m_mutex);
-        ++m_reads;
-        std::vector<std::int16_t> out(m_readSize, 0);
-        for (std::size_t i = 0; i < m_readSize && !m_toServe.empty(); ++i) {
-            out[i] = m_toServe.front();
-            m_toServe.pop_front();
-        }
+        std::vector<std::int16_t> out(160);
+        readAudioInto(out.data(), out.size());
         return out;
     }
 
-    // Serves from the same samples as readAudio, without a list of its own.
+    // Serves the samples it was given, then silence, without a list of its own.
     void readAudioInto(std::int16_t* out, std::size_t count) override {
         std::lock_guard guard(m_mutex);
         ++m_reads;
@@ -85,7 +80,6 @@ private:
     mutable std::mutex m_mutex;
     std::condition_variable m_wake;
     std::deque<std::int16_t> m_toServe;
-    std::size_t m_readSize;
     std::vector<std::vector<std::int16_t>> m_written;
     int m_reads = 0;
 };
