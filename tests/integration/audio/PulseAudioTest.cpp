@@ -86,10 +86,12 @@ std::vector<std::int16_t> tone8k(double hz, double seconds, double level) {
 
 TEST(PulseAudioBackend, AToneThroughPlaybackComesBackOnTheSinksMonitor) {
     PulseAudioServer server(speakerSink("speaker", "internal"));
+    // Whatever the engine's threads touch outlives the engine.
+    std::atomic<std::uint64_t> position{0};
+    Tap tap;
     PulseBackend backend;
     auto engine = backend.makeEngine();
     EXPECT_EQ(engine->inputFormat(), (AudioFormat{48000.0, 2}));
-    std::atomic<std::uint64_t> position{0};
     engine->attachSource({8000.0, 1}, [&](float* out, std::uint32_t frames) {
         for (std::uint32_t i = 0; i < frames; ++i) {
             out[i] = 0.5f *
@@ -97,7 +99,6 @@ TEST(PulseAudioBackend, AToneThroughPlaybackComesBackOnTheSinksMonitor) {
         }
         position += frames;
     });
-    Tap tap;
     engine->installTap(960, tap.block());
     ASSERT_EQ(engine->start(), std::nullopt);
     EXPECT_TRUE(engine->isRunning());
@@ -115,9 +116,9 @@ TEST(PulseAudioBackend, AToneThroughPlaybackComesBackOnTheSinksMonitor) {
 
 TEST(PulseAudioBackend, CaptureDeliversBlocksAtThePaceOfRealTime) {
     PulseAudioServer server(speakerSink("speaker", "internal", 44100, 1));
+    Tap tap;
     PulseBackend backend;
     auto engine = backend.makeEngine();
-    Tap tap;
     engine->attachSource(
         {8000.0, 1}, [](float* out, std::uint32_t frames) { std::fill(out, out + frames, 0.0f); });
     engine->installTap(960, tap.block());
@@ -139,13 +140,14 @@ TEST(PulseAudioBackend, CaptureDeliversBlocksAtThePaceOfRealTime) {
 
 TEST(PulseAudioBackend, SinkAndDefaultChangesAreReported) {
     PulseAudioServer server(speakerSink("speaker", "internal"));
+    // The observer and the tap outlive the engine, whose threads call them.
+    std::atomic<int> changes{0};
+    Tap tap;
     PulseBackend backend;
     auto engine = backend.makeEngine();
-    std::atomic<int> changes{0};
     engine->addChangeObserver([&] { ++changes; });
     engine->attachSource(
         {8000.0, 1}, [](float* out, std::uint32_t frames) { std::fill(out, out + frames, 0.0f); });
-    Tap tap;
     engine->installTap(960, tap.block());
     ASSERT_EQ(engine->start(), std::nullopt);
     EXPECT_EQ(changes, 0);
@@ -262,11 +264,11 @@ TEST(PulseAudioCall, ToneFromTheCallReachesTheSinkAndTheMicrophoneReachesTheCall
     PulseBackend::Options earOptions;
     earOptions.source = "speaker.monitor";
     earOptions.voiceProcessing = false;
+    Tap tap;
     PulseBackend earBackend(earOptions);
     auto ear = earBackend.makeEngine();
     ear->attachSource({8000.0, 1},
                       [](float* out, std::uint32_t frames) { std::fill(out, out + frames, 0.0f); });
-    Tap tap;
     ear->installTap(960, tap.block());
     ASSERT_EQ(ear->start(), std::nullopt);
     ASSERT_TRUE(waitUntil([&] { return tap.blocks() >= 25; }, 5s));
