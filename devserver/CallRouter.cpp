@@ -58,6 +58,21 @@ SipDialog* CallRouter::dialogOfLive(const std::string& liveId) {
     return nullptr;
 }
 
+void CallRouter::presentNextCallAs(const std::string& sipUser, const std::string& number) {
+    m_presentAs[sipUser] = number;
+}
+
+std::optional<std::string> CallRouter::presentation(const std::string& sipCallId) const {
+    const auto it = m_dialogs.find(sipCallId);
+    if (it == m_dialogs.end() || !it->second.presented)
+        return std::nullopt;
+    const Json& from = it->second.from;
+    std::string name = from.value("name", "");
+    // The answer is split at "|", and kamailio puts the name between quotes.
+    std::erase_if(name, [](char c) { return c == '|' || c == '"' || c == '\\'; });
+    return from.value("number", "") + "|" + name;
+}
+
 std::optional<SipDialog> CallRouter::takeVoicemail(const std::string& sipCallId) {
     const auto it = m_voicemail.find(sipCallId);
     if (it == m_voicemail.end())
@@ -77,10 +92,17 @@ RouteAnswer CallRouter::route(const std::string& sipCallId, const std::string& f
     d.callerTag = callerTag;
     d.dialled = normalise(dialled);
     d.startMs = m_model.clock().nowMs();
-    if (const Device* from = device(fromSipUser)) {
+    if (const auto outside = m_presentAs.find(fromSipUser); outside != m_presentAs.end()) {
+        // A party standing in for a caller from outside: no user of the company.
+        d.from = Json{{"number", outside->second}};
+        d.presented = true;
+        m_presentAs.erase(outside);
+    } else if (const Device* from = device(fromSipUser)) {
+        // A colleague is shown by extension and name, as desk phones show them.
         d.callerUserId = from->userId;
         d.callerDeviceId = from->id;
         d.from = partyOf(*m_model.user(from->userId));
+        d.presented = true;
     } else {
         d.from = Json{{"number", fromSipUser}};
         if (!fromName.empty())

@@ -43,6 +43,7 @@ struct SipDialog {
     std::string answeredByUserId;
     std::string mailbox; // set when the call went to a mailbox
     bool recorderAnswered = false;
+    bool presented = false; // the callee sees `from` in place of the caller's own SIP identity
     int failCode = 0;
     std::map<std::string, std::string> liveIds; // user id -> live call id
 };
@@ -80,6 +81,12 @@ public:
     // The last dialogs that reached a mailbox, by SIP Call-ID, until the message is filed.
     std::optional<SipDialog> takeVoicemail(const std::string& sipCallId);
 
+    // The next call this SIP user places comes from outside, presented as this number.
+    void presentNextCallAs(const std::string& sipUser, const std::string& number);
+    // How the callee is shown the caller of a dialog: "NUMBER|NAME", or nothing
+    // when the caller's own identity stands.
+    std::optional<std::string> presentation(const std::string& sipCallId) const;
+
     // Digits of a dialled text ("sip:201@host", "+49 30 555201" → "201", "+4930555201").
     static std::string normalise(const std::string& dialled);
 
@@ -97,6 +104,7 @@ private:
     Targets m_targets;
     std::map<std::string, SipDialog> m_dialogs;
     std::map<std::string, SipDialog> m_voicemail;
+    std::map<std::string, std::string> m_presentAs; // SIP user -> outside number
 };
 
 } // namespace rzdev

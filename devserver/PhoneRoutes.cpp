@@ -423,6 +423,12 @@ void Server::addPhoneRoutes() {
             return text(200, answer.text);
         });
 
+    add("GET", "_control/phone/sip/presentation", false,
+        [this](const HttpRequest& r, const Params&, Context&) {
+            const auto shown = m_router.presentation(arg(r, "callid"));
+            return shown ? text(200, *shown) : text(404, "");
+        });
+
     add("GET", "_control/phone/sip/unanswered", false,
         [this](const HttpRequest& r, const Params&, Context&) {
             CallChanges changes;
@@ -482,6 +488,15 @@ void Server::addPhoneRoutes() {
                 return refuse(404, "no colleague with a phone here is " + from);
             if (to.empty() || to.find_first_of(" \"\\<>") != std::string::npos)
                 return refuse(400, "\"to\" is not a number");
+            // "as": the call comes from outside the company, from this number.
+            if (body.contains("as")) {
+                const std::string as =
+                    body["as"].is_string() ? CallRouter::normalise(body["as"].get<std::string>())
+                                           : std::string();
+                if (as.empty())
+                    return refuse(400, "\"as\" is not a number");
+                m_router.presentNextCallAs(party->sipUser, as);
+            }
             m_phone->colleagues()->command("uafind", "sip:" + party->sipUser + "@" + m_model.realm);
             m_phone->colleagues()->command("dial", "sip:" + to + "@" + m_model.realm);
             return jsonOk(Json{{"ok", true}, {"from", party->userId}});

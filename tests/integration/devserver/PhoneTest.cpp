@@ -272,9 +272,39 @@ TEST(DevServerPhone, TheDemoRingsAnnasAppWhenSheHasOneAndIsFree) {
     ASSERT_TRUE(app.waitRegistered()) << app.output();
     EXPECT_TRUE(server.control("POST", "demo/tick").at("called").get<bool>());
     const auto incoming = app.waitEvent({"CALL_INCOMING"});
-    EXPECT_NE(incoming.dump().find("acme.205.party"), std::string::npos) << incoming.dump();
+    // Shown as a colleague, by extension and name, not by the party's SIP identity.
+    EXPECT_EQ(incoming.value("peeruri", "").rfind("sip:205@", 0), 0u) << incoming.dump();
+    EXPECT_EQ(incoming.value("peerdisplayname", ""), "Emma Lindqvist") << incoming.dump();
     // While she is on that call, the demo leaves her alone.
     EXPECT_FALSE(server.control("POST", "demo/tick").at("called").get<bool>());
+}
+
+TEST(DevServerPhone, AColleaguePlayingAnOutsideCallerIsShownByTheNumberGiven) {
+    PhoneServer server;
+    const auto device = server.provision("u-001", "install-outside");
+    Agent app(server, device, "tcp", toneWav(server.folder(), 1000));
+    ASSERT_TRUE(app.waitRegistered()) << app.output();
+    server.control("POST", "phone/call",
+                   {{"from", "205"}, {"to", "201"}, {"as", "+49 170 5550123"}});
+    const auto incoming = app.waitEvent({"CALL_INCOMING"});
+    EXPECT_EQ(incoming.value("peeruri", "").rfind("sip:+491705550123@", 0), 0u)
+        << incoming.dump();
+    EXPECT_EQ(incoming.value("peerdisplayname", ""), "") << incoming.dump();
+    // The next call of the same party is a colleague's again.
+    server.control("POST", "phone/hangup");
+    app.waitEvent({"CALL_CLOSED"});
+    server.control("POST", "phone/call", {{"from", "205"}, {"to", "201"}});
+    const auto again = app.waitEvent({"CALL_INCOMING"});
+    EXPECT_EQ(again.value("peeruri", "").rfind("sip:205@", 0), 0u) << again.dump();
+}
+
+TEST(DevServerPhone, AnOutsideNumberThatIsNoNumberIsRefused) {
+    PhoneServer server;
+    const auto reply = httpRequest(server.network(), "POST", server.url("_control/phone/call"),
+                                   dump(json{{"from", "205"}, {"to", "201"}, {"as", "nobody"}}),
+                                   {{"Content-Type", "application/json"}});
+    EXPECT_EQ(reply.status, 400);
+    EXPECT_EQ(reply.json().value("message", ""), "\"as\" is not a number");
 }
 
 TEST(DevServerPhone, TheCallTopicCarriesQualityMeasuredByTheRelay) {
