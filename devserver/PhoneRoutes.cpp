@@ -490,8 +490,8 @@ void Server::addPhoneRoutes() {
                 return refuse(400, "\"to\" is not a number");
             // "as": the call comes from outside the company, from this number.
             if (body.contains("as")) {
-                const std::string as =
-                    body["as"].is_string() ? CallRouter::normalise(body["as"].get<std::string>())
+                const std::string as = body["as"].is_string()
+                                           ? CallRouter::normalise(body["as"].get<std::string>())
                                            : std::string();
                 if (as.empty())
                     return refuse(400, "\"as\" is not a number");

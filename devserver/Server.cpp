@@ -794,6 +794,11 @@ void Server::addRoutes() {
                 if (it->id == p.at("device")) {
                     if (it->userId != c.userId)
                         return errorReply(403, "forbidden", "not your device");
+                    // Its bindings die with it: no call is routed to a device that is gone.
+                    const std::string sipUser = it->sipUsername;
+                    std::erase_if(m_registrations, [&](const auto& entry) {
+                        return entry.second.sipUser == sipUser;
+                    });
                     devices.erase(it);
                     return HttpResponse::empty(204);
                 }

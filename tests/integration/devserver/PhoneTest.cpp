@@ -287,8 +287,7 @@ TEST(DevServerPhone, AColleaguePlayingAnOutsideCallerIsShownByTheNumberGiven) {
     server.control("POST", "phone/call",
                    {{"from", "205"}, {"to", "201"}, {"as", "+49 170 5550123"}});
     const auto incoming = app.waitEvent({"CALL_INCOMING"});
-    EXPECT_EQ(incoming.value("peeruri", "").rfind("sip:+491705550123@", 0), 0u)
-        << incoming.dump();
+    EXPECT_EQ(incoming.value("peeruri", "").rfind("sip:+491705550123@", 0), 0u) << incoming.dump();
     EXPECT_EQ(incoming.value("peerdisplayname", ""), "") << incoming.dump();
     // The next call of the same party is a colleague's again.
     server.control("POST", "phone/hangup");

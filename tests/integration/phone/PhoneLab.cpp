@@ -93,9 +93,13 @@ std::unique_ptr<Baresip> PhoneLab::party(const std::string& user, Baresip::Role 
 }
 
 std::vector<std::int16_t> PhoneLab::recordSpeaker(double seconds) {
+    return recordSink(QStringLiteral("speaker.monitor"), seconds);
+}
+
+std::vector<std::int16_t> recordSink(const QString& source, double seconds) {
     ChildProcess recorder;
-    recorder.start("parec", {"--device=speaker.monitor", "--rate=8000", "--channels=1",
-                             "--format=s16le", "--raw", "--latency-msec=20"});
+    recorder.start("parec", {"--device=" + source, "--rate=8000", "--channels=1", "--format=s16le",
+                             "--raw", "--latency-msec=20"});
     QByteArray bytes;
     const qsizetype wanted = qsizetype(seconds * 8000) * 2;
     QDeadlineTimer deadline(qint64(seconds * 1000) + 5000);

@@ -19,6 +19,9 @@
 
 #include <memory>
 
+// Seconds of what a PulseAudio source (a sink's monitor) heard, at 8000 Hz mono.
+std::vector<std::int16_t> recordSink(const QString& source, double seconds);
+
 class PhoneLab {
 public:
     struct Options {
