@@ -11,6 +11,7 @@
 #include <QRandomGenerator>
 #include <QTimer>
 
+#include <algorithm>
 #include <cstdio>
 
 namespace rzdev {
@@ -421,6 +422,22 @@ void Server::addPhoneRoutes() {
                                                arg(r, "to"), changes, arg(r, "fromtag"));
             applyCallChanges(changes);
             return text(200, answer.text);
+        });
+
+    add("GET", "_control/phone/sip/identity", false,
+        [this](const HttpRequest& r, const Params&, Context&) {
+            // A device may call as its user's extension or one of their numbers.
+            const auto user = arg(r, "user");
+            const auto from = CallRouter::normalise(arg(r, "from"));
+            for (const auto& d : m_model.devices) {
+                const User* owner = d.sipUsername == user ? m_model.user(d.userId) : nullptr;
+                if (owner && !from.empty() &&
+                    (owner->extension == from ||
+                     std::find(owner->numbers.begin(), owner->numbers.end(), from) !=
+                         owner->numbers.end()))
+                    return text(200, "yes");
+            }
+            return text(403, "no");
         });
 
     add("GET", "_control/phone/sip/presentation", false,

@@ -112,6 +112,33 @@ TEST(DevServerPhone, TheSpeakingColleagueAnswersAfterTwoRingsAndSpeaks) {
     EXPECT_GT(rms(heard), 500);
 }
 
+TEST(DevServerPhone, ABlindTransferHandsTheColleagueOnToTheTarget) {
+    PhoneServer server;
+    const auto device = server.provision("u-001", "install-transfer");
+    Agent app(server, device, "tcp", toneWav(server.folder(), 1000));
+    ASSERT_TRUE(app.waitRegistered()) << app.output();
+    app.command("dial", "sip:203@rz.local");
+    app.waitEvent({"CALL_ESTABLISHED"}, 15s);
+    app.command("transfer", "sip:999@rz.local");
+    // The app's own leg ends once the colleague's new call to the echo is up.
+    app.waitEvent({"CALL_CLOSED"}, 15s);
+    // The colleague is now in a call of their own with the echo, as the
+    // server sees it; the app's call is gone from its list.
+    QDeadlineTimer deadline(10000);
+    bool transferred = false;
+    json phone;
+    while (!transferred && !deadline.hasExpired()) {
+        phone = server.control("GET", "phone");
+        const auto& dialogs = phone.at("dialogs");
+        transferred = dialogs.size() == 1 && dialogs[0].at("dialled") == "999" &&
+                      dialogs[0].at("state") == "connected" &&
+                      dialogs[0].at("from").value("userId", "") == "u-003";
+        if (!transferred)
+            talkFor(100ms);
+    }
+    EXPECT_TRUE(transferred) << phone.dump();
+}
+
 TEST(DevServerPhone, TheBusyColleagueRefusesWith486) {
     PhoneServer server;
     const auto device = server.provision("u-001", "install-busy");
