@@ -11,6 +11,9 @@
 #include <algorithm>
 #include <thread>
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 PhoneContacts::PhoneContacts(std::shared_ptr<AddressBook> book, QObject* parent)
     : QObject(parent), m_book(std::move(book)) {}
 
@@ -80,6 +83,9 @@ QCoro::Task<> PhoneContacts::refresh() {
     // The book is read, sorted and mapped on a thread of its own with a
     // connection of its own; the main thread only takes the result.
     std::thread([book = m_book, outcome, self, serial] {
+        // Background work: on Linux a thread's nice value is its own, so the
+        // read gives way to the main thread whenever both want a core.
+        setpriority(PRIO_PROCESS, pid_t(gettid()), 10);
         auto read = book->read();
         if (read.failure && read.contacts.empty()) {
             outcome->failure = read.failure;
