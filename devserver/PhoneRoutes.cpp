@@ -551,6 +551,28 @@ void Server::addPhoneRoutes() {
             return jsonOk(Json{{"ok", true}, {"calls", ids}});
         });
 
+    add("POST", "_control/phone/loss", false,
+        [this](const HttpRequest& r, const Params&, Context&) {
+            if (!m_phone)
+                return refuse(409, "the phone system is off; start rz-devserver with --phone");
+            const Json body = Json::parse(r.body.toStdString(), nullptr, false);
+            if (!body.is_object() || !body.contains("percent") || !body["percent"].is_number())
+                return refuse(400, "\"percent\" (0 to 100) is required");
+            const double percent = body["percent"].get<double>();
+            const Json jitter = body.value("jitterMs", Json(0));
+            if (percent < 0 || percent > 100)
+                return refuse(400, "\"percent\" must lie between 0 and 100");
+            if (!jitter.is_number_integer() || jitter.get<int>() < 0 || jitter.get<int>() > 1000)
+                return refuse(400, "\"jitterMs\" must be a whole number from 0 to 1000");
+            if (!m_phone->setEchoImpairment(percent, jitter.get<int>()))
+                return refuse(409, "the phone system is not running");
+            // Only the echo test's media passes a path that can be impaired.
+            Json out = m_phone->echoImpairment();
+            out["ok"] = true;
+            out["appliesTo"] = "999";
+            return jsonOk(out);
+        });
+
     add("POST", "_control/phone/registrar", false,
         [this](const HttpRequest& r, const Params&, Context&) {
             if (!m_phone)

@@ -304,7 +304,17 @@ void PhoneSystem::start(const std::vector<PartyAccount>& parties) {
                        "--no-fallback", "--delete-delay=0"},
                       dir);
     startKamailio();
-    startSipp(m_echo, echoScenario, m_echoPort, m_echoMediaPort);
+    // The echo offers a port of the lossy path, which passes its media on.
+    m_echoPath = std::make_unique<LossyPath>(m_echoMediaPort);
+    if (!m_echoPath->listening()) {
+        emit failed(QStringLiteral("cannot listen for the echo's media"));
+        return;
+    }
+    startSipp(m_echo,
+              QString::fromUtf8(echoScenario)
+                  .replace(QStringLiteral("m=audio [media_port]"),
+                           QStringLiteral("m=audio %1").arg(m_echoPath->port())),
+              m_echoPort, m_echoMediaPort);
     startSipp(m_busy, busyScenario, m_busyPort, m_busyMediaPort);
     startRecorder();
     // The colleagues register as soon as the registrar listens.
@@ -504,6 +514,7 @@ void PhoneSystem::stop() {
          {&m_colleaguesProcess, &m_recorderProcess, &m_echo, &m_busy, &m_kamailio, &m_rtpengine}) {
         d->stop(300);
     }
+    m_echoPath.reset();
 }
 
 void PhoneSystem::queryRelay(const std::string& sipCallId, std::function<void(const Json&)> done) {
@@ -557,6 +568,22 @@ std::vector<qint64> PhoneSystem::pids() const {
     return out;
 }
 
+bool PhoneSystem::setEchoImpairment(double lossPercent, int jitterMs) {
+    if (!m_echoPath)
+        return false;
+    m_echoPath->setImpairment(lossPercent, jitterMs);
+    return true;
+}
+
+Json PhoneSystem::echoImpairment() const {
+    if (!m_echoPath)
+        return Json{{"lossPercent", 0}, {"jitterMs", 0}, {"dropped", 0}, {"passed", 0}};
+    return Json{{"lossPercent", m_echoPath->lossPercent()},
+                {"jitterMs", m_echoPath->jitterMs()},
+                {"dropped", m_echoPath->dropped()},
+                {"passed", m_echoPath->passed()}};
+}
+
 Json PhoneSystem::status() const {
     Json processes = Json::array();
     for (const Daemon* d :
@@ -572,6 +599,7 @@ Json PhoneSystem::status() const {
                 {"tls", Json{{"host", "127.0.0.1"}, {"port", m_tlsPort}}},
                 {"caFile", caFile().toStdString()},
                 {"rtpengine", Json{{"ngPort", m_ngPort}}},
+                {"echoImpairment", echoImpairment()},
                 {"processes", processes}};
 }
 

@@ -2,6 +2,7 @@
 
 #include "BaresipControl.h"
 #include "Daemon.h"
+#include "LossyPath.h"
 #include "Model.h"
 
 #include <QObject>
@@ -57,6 +58,10 @@ public:
     quint16 tcpPort() const { return m_tcpPort; }
     quint16 tlsPort() const { return m_tlsPort; }
     quint16 ngPort() const { return m_ngPort; }
+    // Loss and jitter on the echo test's media, both ways; false before the
+    // phone system has started.
+    bool setEchoImpairment(double lossPercent, int jitterMs);
+    Json echoImpairment() const;
     QString caFile() const { return m_options.stateDir + QStringLiteral("/ca.pem"); }
     std::string echoContact() const;
     std::string busyContact() const;
@@ -105,6 +110,7 @@ private:
     Daemon m_recorderProcess{QStringLiteral("baresip voicemail")};
     Daemon m_echo{QStringLiteral("sipp echo")};
     Daemon m_busy{QStringLiteral("sipp busy")};
+    std::unique_ptr<LossyPath> m_echoPath; // the echo's media goes through it
     std::unique_ptr<BaresipControl> m_colleaguesControl;
     std::unique_ptr<BaresipControl> m_recorderControl;
     std::vector<PartyAccount> m_parties;

@@ -92,6 +92,60 @@ TEST(DevServerPhone, TheEchoExtensionSendsTheToneBack) {
     EXPECT_GT(rms(heard), 1000);
 }
 
+namespace {
+
+// The echo's lossy path as the server counts it, after a call of `seconds`.
+json echoPathAfter(PhoneServer& server, Agent& app, std::chrono::milliseconds talk) {
+    app.command("dial", "sip:999@rz.local");
+    app.waitEvent({"CALL_ESTABLISHED"});
+    talkFor(talk);
+    app.command("hangup");
+    app.waitEvent({"CALL_CLOSED"});
+    return server.control("GET", "phone").at("echoImpairment");
+}
+
+} // namespace
+
+TEST(DevServerPhone, TheEchoPathPassesEveryPacketUntilTold) {
+    PhoneServer server;
+    const auto device = server.provision("u-001", "install-clean");
+    Agent app(server, device, "tcp", toneWav(server.folder(), 1000));
+    ASSERT_TRUE(app.waitRegistered()) << app.output();
+    const auto path = echoPathAfter(server, app, 3s);
+    // 50 packets a second each way.
+    EXPECT_GT(path.at("passed").get<int>(), 200) << path.dump();
+    EXPECT_EQ(path.at("dropped").get<int>(), 0) << path.dump();
+}
+
+TEST(DevServerPhone, LossSetThroughControlDropsThatShareOfTheEchosPacketsAndTheToneStillComesBack) {
+    PhoneServer server;
+    const auto set = server.control("POST", "phone/loss", {{"percent", 20}, {"jitterMs", 30}});
+    EXPECT_EQ(set.at("appliesTo"), "999");
+    const auto device = server.provision("u-001", "install-lossy");
+    Agent app(server, device, "tcp", toneWav(server.folder(), 1000));
+    ASSERT_TRUE(app.waitRegistered()) << app.output();
+    const auto path = echoPathAfter(server, app, 4s);
+    const double dropped = path.at("dropped").get<double>();
+    const double share = dropped / (dropped + path.at("passed").get<double>());
+    EXPECT_GT(share, 0.12) << path.dump();
+    EXPECT_LT(share, 0.28) << path.dump();
+    // What got through is still the caller's own tone.
+    const auto heard = app.heard();
+    ASSERT_GT(heard.size(), 8000u);
+    EXPECT_GT(tonePower(heard, 1000), 10 * tonePower(heard, 1500));
+}
+
+TEST(DevServerPhone, LossOutsideItsRangeIsRefused) {
+    PhoneServer server;
+    for (const json& body :
+         {json{{"percent", 120}}, json{{"percent", -1}}, json{{"jitter", 5}},
+          json{{"percent", 5}, {"jitterMs", 2.5}}, json{{"percent", 5}, {"jitterMs", 5000}}}) {
+        const auto reply = httpRequest(server.network(), "POST", server.url("_control/phone/loss"),
+                                       dump(body), {{"Content-Type", "application/json"}});
+        EXPECT_EQ(reply.status, 400) << body.dump();
+    }
+}
+
 TEST(DevServerPhone, TheSpeakingColleagueAnswersAfterTwoRingsAndSpeaks) {
     PhoneServer server;
     const auto device = server.provision("u-001", "install-speak");
