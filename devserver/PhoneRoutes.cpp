@@ -505,6 +505,17 @@ void Server::addPhoneRoutes() {
                 return refuse(404, "no colleague with a phone here is " + from);
             if (to.empty() || to.find_first_of(" \"\\<>") != std::string::npos)
                 return refuse(400, "\"to\" is not a number");
+            // "behaviour": {"hangUpAfterMs": N}, a caller who gives up (or ends
+            // the call) N ms after dialling.
+            int hangUpAfterMs = -1;
+            if (body.contains("behaviour")) {
+                const Json& b = body["behaviour"];
+                if (!b.is_object() || !b.contains("hangUpAfterMs") ||
+                    !b["hangUpAfterMs"].is_number_integer() || b["hangUpAfterMs"].get<int>() < 0 ||
+                    b["hangUpAfterMs"].get<int>() > 600000)
+                    return refuse(400, "\"behaviour\" is {\"hangUpAfterMs\": 0 to 600000}");
+                hangUpAfterMs = b["hangUpAfterMs"].get<int>();
+            }
             // "as": the call comes from outside the company, from this number.
             if (body.contains("as")) {
                 const std::string as = body["as"].is_string()
@@ -516,6 +527,15 @@ void Server::addPhoneRoutes() {
             }
             m_phone->colleagues()->command("uafind", "sip:" + party->sipUser + "@" + m_model.realm);
             m_phone->colleagues()->command("dial", "sip:" + to + "@" + m_model.realm);
+            if (hangUpAfterMs >= 0) {
+                const std::string caller = "sip:" + party->sipUser + "@" + m_model.realm;
+                QTimer::singleShot(hangUpAfterMs, this, [this, caller] {
+                    if (m_phone && m_phone->colleagues()) {
+                        m_phone->colleagues()->command("uafind", caller);
+                        m_phone->colleagues()->command("hangup");
+                    }
+                });
+            }
             return jsonOk(Json{{"ok", true}, {"from", party->userId}});
         });
 

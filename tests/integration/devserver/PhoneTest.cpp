@@ -378,6 +378,32 @@ TEST(DevServerPhone, AColleaguePlayingAnOutsideCallerIsShownByTheNumberGiven) {
     EXPECT_EQ(again.value("peeruri", "").rfind("sip:205@", 0), 0u) << again.dump();
 }
 
+TEST(DevServerPhone, ACallerWhoGivesUpStopsRingingTheApp) {
+    PhoneServer server;
+    const auto device = server.provision("u-001", "install-giveup");
+    Agent app(server, device, "tcp", toneWav(server.folder(), 1000));
+    ASSERT_TRUE(app.waitRegistered()) << app.output();
+    QElapsedTimer since;
+    since.start();
+    server.control("POST", "phone/call",
+                   {{"from", "205"}, {"to", "201"}, {"behaviour", {{"hangUpAfterMs", 1500}}}});
+    app.waitEvent({"CALL_INCOMING"});
+    app.waitEvent({"CALL_CLOSED"});
+    EXPECT_GE(since.elapsed(), 1500);
+}
+
+TEST(DevServerPhone, ABehaviourThatIsNotOneIsRefused) {
+    PhoneServer server;
+    for (const json& behaviour : {json("soon"), json{{"hangUpAfterMs", -5}}, json::object(),
+                                  json{{"hangUpAfterMs", 1.5}}}) {
+        const auto reply =
+            httpRequest(server.network(), "POST", server.url("_control/phone/call"),
+                        dump(json{{"from", "205"}, {"to", "201"}, {"behaviour", behaviour}}),
+                        {{"Content-Type", "application/json"}});
+        EXPECT_EQ(reply.status, 400) << behaviour.dump();
+    }
+}
+
 TEST(DevServerPhone, AnOutsideNumberThatIsNoNumberIsRefused) {
     PhoneServer server;
     const auto reply = httpRequest(server.network(), "POST", server.url("_control/phone/call"),
