@@ -92,6 +92,18 @@ std::unique_ptr<Baresip> PhoneLab::party(const std::string& user, Baresip::Role 
     return std::make_unique<Baresip>(dir.path(), user, role, kamailio, tone, certs.trustedCa);
 }
 
+bool waitFor(const std::function<bool()>& condition, int boundMs) {
+    QDeadlineTimer deadline(boundMs);
+    while (!condition() && !deadline.hasExpired()) {
+        QTest::qWait(10);
+    }
+    return condition();
+}
+
+std::optional<Status> status(Phone& phone) {
+    return phone.activeCall() ? std::optional(phone.activeCall()->status) : std::nullopt;
+}
+
 std::vector<std::int16_t> PhoneLab::recordSpeaker(double seconds) {
     return recordSink(QStringLiteral("speaker.monitor"), seconds);
 }

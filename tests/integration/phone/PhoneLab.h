@@ -19,6 +19,13 @@
 
 #include <memory>
 
+using Status = Phone::ActiveCall::Status;
+
+// Waits for the condition while the event loop runs; false when the bound passed.
+bool waitFor(const std::function<bool()>& condition, int boundMs = 10000);
+// The status of the phone's active call, if it has one.
+std::optional<Status> status(Phone& phone);
+
 // Seconds of what a PulseAudio source (a sink's monitor) heard, at 8000 Hz mono.
 std::vector<std::int16_t> recordSink(const QString& source, double seconds);
 

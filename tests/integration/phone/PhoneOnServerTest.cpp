@@ -21,20 +21,6 @@
 // caller is named from the desktop's address book or the company directory.
 namespace {
 
-using Status = Phone::ActiveCall::Status;
-
-bool waitFor(const std::function<bool()>& condition, int boundMs = 10000) {
-    QDeadlineTimer deadline(boundMs);
-    while (!condition() && !deadline.hasExpired()) {
-        QTest::qWait(10);
-    }
-    return condition();
-}
-
-std::optional<Status> status(Phone& phone) {
-    return phone.activeCall() ? std::optional(phone.activeCall()->status) : std::nullopt;
-}
-
 class ServerPhoneLab {
 public:
     explicit ServerPhoneLab(bool addressBook)

@@ -11,23 +11,9 @@
 // out and in, what the recents keep, and signing out.
 namespace {
 
-using Status = Phone::ActiveCall::Status;
-
-bool waitFor(const std::function<bool()>& condition, int boundMs = 10000) {
-    QDeadlineTimer deadline(boundMs);
-    while (!condition() && !deadline.hasExpired()) {
-        QTest::qWait(10);
-    }
-    return condition();
-}
-
 // The party's events arrive while the phone's own keep being handled.
 bool partySaw(Baresip& party, const std::vector<std::string>& pieces, int boundMs = 10000) {
     return waitFor([&] { return party.sawEvent(pieces); }, boundMs);
-}
-
-std::optional<Status> status(Phone& phone) {
-    return phone.activeCall() ? std::optional(phone.activeCall()->status) : std::nullopt;
 }
 
 } // namespace
