@@ -222,6 +222,10 @@ void Application::initCallWindows() {
     };
     m_callWindows->activate = [this](const QByteArray& token) { activateCallWindow(token); };
     m_callWindows->followLive(m_session->live());
+    // During a call the screen stays on and the music waits.
+    m_inhibitor = std::make_unique<CallInhibitor>(*m_phone, QDBusConnection::sessionBus(),
+                                                  QDBusConnection::systemBus());
+    m_mediaPause = std::make_unique<MediaPause>(*m_phone, QDBusConnection::sessionBus());
 }
 
 void Application::openCallWindow() {

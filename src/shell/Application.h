@@ -5,9 +5,11 @@
 #include "platform/SettingsStore.h"
 #include "session/Session.h"
 #include "shell/Appearance.h"
+#include "shell/CallInhibitor.h"
 #include "shell/CallWindows.h"
 #include "shell/CanberraRinger.h"
 #include "shell/DesktopNotifications.h"
+#include "shell/MediaPause.h"
 #include "shell/SystemWakeups.h"
 #include "telephony/Phone.h"
 
@@ -97,6 +99,8 @@ private:
     std::unique_ptr<DesktopNotifications> m_notifications;
     std::unique_ptr<CanberraRinger> m_ringer;
     std::unique_ptr<CallWindows> m_callWindows;
+    std::unique_ptr<CallInhibitor> m_inhibitor;
+    std::unique_ptr<MediaPause> m_mediaPause;
     // --- end of call windows ---
     QQmlApplicationEngine m_engine;
     // Made by the engine, so it goes before it.
