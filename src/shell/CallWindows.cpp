@@ -11,6 +11,8 @@ CallWindows::CallWindows(Phone& phone, SettingsStore& settings, CallNotifier& no
     m_tick.setInterval(1000);
     connect(&m_tick, &QTimer::timeout, this, &CallWindows::statusLineChanged);
     m_ringer.setInterval(ringInterval);
+    // A coarse timer may ring 5% early; a ring's rhythm is heard.
+    m_ringer.setTimerType(Qt::PreciseTimer);
     connect(&m_ringer, &QTimer::timeout, this, [this] { m_sound.ring(); });
     m_miniBar = m_settings.boolean(QString::fromLatin1(miniBarKey)).value_or(false);
     m_showStats = m_settings.boolean(QString::fromLatin1(showStatsKey)).value_or(false);

@@ -151,10 +151,12 @@ TEST_F(CallWindowsTest, TheRingRepeatsEveryTwoAndAHalfSeconds) {
     ASSERT_TRUE(waitFor([this] { return ringer.rings >= 3; }, 8000));
     const qint64 first = ringer.times[1] - ringer.times[0];
     const qint64 second = ringer.times[2] - ringer.times[1];
-    EXPECT_GE(first, 2400);
-    EXPECT_LE(first, 2700);
-    EXPECT_GE(second, 2400);
-    EXPECT_LE(second, 2700);
+    // Never early (beyond the rounding of milliseconds); late only by what a busy
+    // machine adds.
+    EXPECT_GE(first, 2490);
+    EXPECT_LE(first, 2900);
+    EXPECT_GE(second, 2490);
+    EXPECT_LE(second, 2900);
     // One notification for the whole ring, not one per ring.
     EXPECT_EQ(notifier.posted.size(), 1);
 }
