@@ -36,12 +36,18 @@ void CallWindows::sync() {
         counting ? m_tick.start() : m_tick.stop();
     }
     emit statusLineChanged();
+    // The ring and the notification go out before the window is made: they are
+    // what reaches a person who is away from the screen.
+    const bool ringsIn = call && call->status == Phone::ActiveCall::Status::incoming;
+    if (ringsIn) {
+        ring(*call);
+    }
     if (call && call->uuid != m_shownCall) {
         m_shownCall = call->uuid;
         if (open) {
             open(QString::fromLatin1(windowId));
         }
-        if (call->status == Phone::ActiveCall::Status::incoming && requestAttention) {
+        if (ringsIn && requestAttention) {
             requestAttention();
         }
     }
@@ -51,9 +57,7 @@ void CallWindows::sync() {
             dismiss(QString::fromLatin1(windowId));
         }
     }
-    if (call && call->status == Phone::ActiveCall::Status::incoming) {
-        ring(*call);
-    } else if (m_ringer.isActive()) {
+    if (!ringsIn && m_ringer.isActive()) {
         stopRinging();
     }
 }

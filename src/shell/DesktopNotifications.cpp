@@ -52,6 +52,7 @@ void DesktopNotifications::post(const QString& key, const QString& title, const 
             << int(0); // never expires: it goes when the call stops ringing
     m_pending.insert(key, false);
     auto* watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(message), this);
+    Log::info(Log::call, QStringLiteral("Incoming-call notification posted"));
     connect(watcher, &QDBusPendingCallWatcher::finished, this,
             [this, key](QDBusPendingCallWatcher* call) {
                 call->deleteLater();
@@ -65,6 +66,7 @@ void DesktopNotifications::post(const QString& key, const QString& title, const 
                 }
                 const uint id = reply.value();
                 m_shown.insert(id, key);
+                Log::info(Log::call, QStringLiteral("Incoming-call notification shown"));
                 emit posted(id);
                 if (withdrawn) {
                     withdrawAll();
