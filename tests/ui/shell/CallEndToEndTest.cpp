@@ -123,3 +123,67 @@ TEST_F(CallEndToEnd, AnOutgoingCallOpensTheCallWindowAndItsEndButtonHangsUp) {
     EXPECT_TRUE(waitFor([&] { return callStatus().isEmpty(); }, 10000));
     EXPECT_TRUE(waitFor([&] { return callWindowId().isEmpty(); }, 5000));
 }
+
+// What a screen reader finds in the call window, read from the AT-SPI tree:
+// the window by its title, every button named, no focusable element unnamed.
+TEST_F(CallEndToEnd, AScreenReaderFindsEveryControlOfTheCallWindowNamed) {
+    ChildProcess accessibilityBus;
+    accessibilityBus.start("/usr/libexec/at-spi-bus-launcher", {"--launch-immediately"},
+                           environment());
+    bus.waitForName("org.a11y.Bus");
+    Baresip bob(dir.path(), "bob", Baresip::Role::echo, kamailio, tone, certs.trustedCa);
+    startApp();
+    call("Dial", {"bob"});
+    ASSERT_TRUE(waitFor([&] { return callStatus() == "connected"; }, 15000));
+    ASSERT_TRUE(waitFor([&] { return !callWindowId().isEmpty(); }, 5000));
+    const QString script = dir.filePath("tree.py");
+    QFile file(script);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(R"PY(
+import pyatspi
+def walk(node, depth=0):
+    try:
+        role = node.getRoleName()
+        states = node.getState()
+        name = node.name
+    except Exception:
+        return
+    if not states.contains(pyatspi.STATE_SHOWING):
+        return
+    focusable = states.contains(pyatspi.STATE_FOCUSABLE)
+    print("%s|%s|%s" % (role, name, "focusable" if focusable else ""))
+    for child in node:
+        walk(child, depth + 1)
+for app in pyatspi.Registry.getDesktop(0):
+    if app is None:
+        continue
+    for frame in app:
+        if frame is not None and frame.name == "Call":
+            print("frame|Call|")
+            walk(frame)
+)PY");
+    file.close();
+    QString tree;
+    // The tree fills in as the window is drawn; read until the End button is there.
+    ASSERT_TRUE(waitFor(
+        [&] {
+            tree = run("/usr/bin/python3", {script});
+            return tree.contains("push button|End|");
+        },
+        10000))
+        << tree.toStdString();
+    std::printf("%s\n", qPrintable(tree));
+    for (const char* name : {"Mute", "Keypad", "End", "Mini bar"}) {
+        EXPECT_TRUE(tree.contains(QString("push button|%1|").arg(name))) << name;
+    }
+    for (const QString& line : tree.split('\n')) {
+        const QStringList parts = line.split('|');
+        if (parts.value(0) == "push button") {
+            EXPECT_FALSE(parts.value(1).isEmpty()) << line.toStdString();
+        }
+        if (parts.value(2) == "focusable") {
+            EXPECT_FALSE(parts.value(1).isEmpty()) << line.toStdString();
+        }
+    }
+    call("HangUp");
+}

@@ -85,6 +85,9 @@ public:
         environment.insert("DISPLAY", display.display());
         environment.insert("QT_QPA_PLATFORM", "xcb");
         environment.remove("WAYLAND_DISPLAY");
+        // Qt shows its accessibility tree on AT-SPI only when asked or when a
+        // screen reader runs; the tests read it.
+        environment.insert("QT_LINUX_ACCESSIBILITY_ALWAYS_ON", "1");
         return environment;
     }
 
