@@ -257,10 +257,11 @@ void Application::openCallWindow() {
 }
 
 void Application::closeCallWindow() {
-    if (QQuickWindow* window = m_callWindow.release()) {
-        window->close();
-        // Its QML may still be in a signal handler (the End button).
-        window->deleteLater();
+    // Hidden rather than destroyed: the next call opens it without building it
+    // again, and its content is made anew for each call. Hiding never counts
+    // as the last window closing, so the app does not quit with it.
+    if (m_callWindow) {
+        m_callWindow->hide();
     }
 }
 

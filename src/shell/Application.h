@@ -15,6 +15,7 @@
 
 #include <QObject>
 #include <QQmlApplicationEngine>
+#include <QQuickWindow>
 #include <QUrl>
 
 #include <QCoro/QCoroTask>
@@ -75,7 +76,9 @@ public:
     CallWindows& callWindows() { return *m_callWindows; }
     DesktopNotifications& notifications() { return *m_notifications; }
     // The call window while a call is shown in it, else null.
-    QQuickWindow* callWindow() const { return m_callWindow.get(); }
+    QQuickWindow* callWindow() const {
+        return m_callWindow && m_callWindow->isVisible() ? m_callWindow.get() : nullptr;
+    }
     // --- end of call windows ---
 
 private:

@@ -191,7 +191,9 @@ public:
         return pulse.pactl({"list", "sink-inputs"}).contains("event.id = \"phone-incoming-call\"");
     }
 
-    QString callWindowId() { return run("xdotool", {"search", "--name", "^Call$"}); }
+    QString callWindowId() {
+        return run("xdotool", {"search", "--onlyvisible", "--name", "^Call$"});
+    }
 
     TempHome home;
     PrivateBus bus;

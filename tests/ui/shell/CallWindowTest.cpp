@@ -311,3 +311,19 @@ TEST_F(CallWindowTest, EveryButtonOfTheCallWindowHasAnAccessibleName) {
     // Mute, keypad, end, mini bar and the twelve keys.
     EXPECT_GE(buttons, 16);
 }
+
+TEST_F(CallWindowTest, TheNextCallOpensTheSameWindowWithAFreshScreen) {
+    show();
+    connected();
+    QQuickWindow* first = window();
+    click("keypadButtonCircle");
+    click("inCallKey1");
+    click("endButtonCircle");
+    EXPECT_EQ(app.callWindow(), nullptr);
+    app.phone().dial("205");
+    ASSERT_NE(window(), nullptr);
+    EXPECT_EQ(window(), first);
+    EXPECT_EQ(text("callName"), "205");
+    EXPECT_FALSE(shows("inCallKeypad"));
+    EXPECT_EQ(text("dialedDigits"), "");
+}
