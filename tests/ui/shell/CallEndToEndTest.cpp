@@ -187,3 +187,39 @@ for app in pyatspi.Registry.getDesktop(0):
     }
     call("HangUp");
 }
+
+// What the notification server is asked to show, seen on the bus as a
+// monitor sees it: critical urgency (so that do-not-disturb still lets it
+// through where the desktop allows), the incoming-call category, never
+// expiring, with the actions "Answer" and "Decline".
+TEST_F(CallEndToEnd, TheIncomingCallNotificationIsCriticalAndNeverExpires) {
+    ChildProcess monitor;
+    monitor.start("dbus-monitor",
+                  {"--session", "interface=org.freedesktop.Notifications,member=Notify"},
+                  environment());
+    startApp();
+    auto carol = std::make_unique<Baresip>(dir.path(), "carol", Baresip::Role::echo, kamailio, tone,
+                                           certs.trustedCa);
+    carol->command("dial", "sip:alice@127.0.0.1");
+    ASSERT_TRUE(waitFor([&] { return notificationsShown() == 1; }, 15000));
+    QByteArray seen;
+    ASSERT_TRUE(waitFor(
+        [&] {
+            monitor.process().waitForReadyRead(50);
+            seen += monitor.process().readAllStandardOutput();
+            return seen.contains("x-velnor.incoming-call");
+        },
+        5000))
+        << seen.toStdString();
+    QByteArray flat = seen;
+    flat.replace(" ", "").replace("\n", "");
+    EXPECT_TRUE(flat.contains("string\"urgency\"variantbyte2")) << seen.toStdString();
+    EXPECT_TRUE(flat.contains("string\"category\"variantstring\"x-velnor.incoming-call\""));
+    EXPECT_TRUE(
+        flat.contains("string\"answer\"string\"Answer\"string\"decline\"string\"Decline\""));
+    EXPECT_TRUE(flat.contains("string\"carol\"string\"Incomingcall\""));
+    // The expiry comes last: 0, never.
+    EXPECT_TRUE(flat.contains("]int320")) << seen.toStdString();
+    carol->command("hangup");
+    EXPECT_TRUE(waitFor([&] { return notificationsShown() == 0; }, 10000));
+}
