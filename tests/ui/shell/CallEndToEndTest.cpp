@@ -223,3 +223,19 @@ TEST_F(CallEndToEnd, TheIncomingCallNotificationIsCriticalAndNeverExpires) {
     carol->command("hangup");
     EXPECT_TRUE(waitFor([&] { return notificationsShown() == 0; }, 10000));
 }
+
+TEST_F(CallEndToEnd, ATelLinkOpenedWithTheAppCallsAndOpensTheCallWindow) {
+    Baresip bob(dir.path(), "bob", Baresip::Role::echo, kamailio, tone, certs.trustedCa);
+    startApp();
+    EXPECT_TRUE(callWindowId().isEmpty());
+    ChildProcess second;
+    second.start(VELNOR_APP_PATH, {"tel:bob"}, environment());
+    ASSERT_TRUE(second.process().waitForFinished(10000));
+    EXPECT_EQ(second.process().exitCode(), 0);
+    ASSERT_TRUE(waitFor([&] { return callStatus() == "connected"; }, 15000))
+        << callStatus().toStdString();
+    EXPECT_TRUE(waitFor([&] { return !callWindowId().isEmpty(); }, 5000));
+    call("HangUp");
+    bob.waitEvent({"CALL_CLOSED"});
+    EXPECT_TRUE(waitFor([&] { return callWindowId().isEmpty(); }, 5000));
+}
