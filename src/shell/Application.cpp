@@ -10,6 +10,7 @@
 #include <QFontDatabase>
 #include <QGuiApplication>
 #include <QIcon>
+#include <QQmlComponent>
 #include <QQuickStyle>
 #include <QQuickWindow>
 #include <QtQml/qqmlextensionplugin.h>
@@ -20,6 +21,7 @@ namespace {
 
 const char* const fontCuts[] = {"Regular", "Medium", "SemiBold", "Bold"};
 const QUrl mainQml(QStringLiteral("qrc:/Velnor/Screens/Main.qml"));
+const QUrl callQml(QStringLiteral("qrc:/Velnor/Screens/CallWindow.qml"));
 
 } // namespace
 
@@ -71,6 +73,7 @@ void Application::init(SettingsStore& settings, SecureStore& secrets) {
     connect(&m_wakeups, &SystemWakeups::networkUp, &live, &Live::reconnectNow);
     m_wakeups.watchSleep(QDBusConnection::systemBus());
     m_wakeups.watchNetwork();
+    initCallWindows();
     connect(&m_appearance, &Appearance::darkChanged, this, [this] {
         if (QObject* p = palette()) {
             p->setProperty("dark", m_appearance.dark());
@@ -133,6 +136,8 @@ bool Application::showMainWindow() {
     if (QObject* p = palette()) {
         p->setProperty("dark", m_appearance.dark());
     }
+    // The call window opens from here on, also for a call already ringing.
+    m_callWindows->start();
     connect(
         mainWindow(), &QQuickWindow::frameSwapped, this,
         [] { Log::info(Log::app, QStringLiteral("Main window shown")); }, Qt::SingleShotConnection);
@@ -200,3 +205,79 @@ void Application::raiseMainWindow() {
     // this marks the window as wanting attention instead.
     window->alert(0);
 }
+
+// --- call windows ---
+
+void Application::initCallWindows() {
+    m_notifications = std::make_unique<DesktopNotifications>();
+    m_ringer = std::make_unique<CanberraRinger>();
+    m_callWindows =
+        std::make_unique<CallWindows>(*m_phone, *m_settings, *m_notifications, *m_ringer);
+    m_callWindows->open = [this](const QString&) { openCallWindow(); };
+    m_callWindows->dismiss = [this](const QString&) { closeCallWindow(); };
+    m_callWindows->requestAttention = [this] {
+        if (m_callWindow) {
+            m_callWindow->alert(0);
+        }
+    };
+    m_callWindows->activate = [this](const QByteArray& token) { activateCallWindow(token); };
+    m_callWindows->followLive(m_session->live());
+    // During a call the screen stays on and the music waits.
+    m_inhibitor = std::make_unique<CallInhibitor>(*m_phone, QDBusConnection::sessionBus(),
+                                                  QDBusConnection::systemBus());
+    m_mediaPause = std::make_unique<MediaPause>(*m_phone, QDBusConnection::sessionBus());
+}
+
+void Application::openCallWindow() {
+    if (!m_callWindow) {
+        QQmlComponent component(&m_engine, callQml);
+        if (!component.isReady()) {
+            Log::error(
+                Log::app,
+                QStringLiteral("The call window did not load: %1").arg(component.errorString()));
+            return;
+        }
+        QObject* made = component.createWithInitialProperties(
+            {{QStringLiteral("phone"), QVariant::fromValue<QObject*>(m_phone.get())},
+             {QStringLiteral("session"), QVariant::fromValue<QObject*>(m_session.get())},
+             {QStringLiteral("windows"), QVariant::fromValue<QObject*>(m_callWindows.get())}});
+        m_callWindow.reset(qobject_cast<QQuickWindow*>(made));
+        if (!m_callWindow) {
+            delete made;
+            Log::error(
+                Log::app,
+                QStringLiteral("The call window did not load: %1").arg(component.errorString()));
+            return;
+        }
+        QMetaObject::invokeMethod(m_callWindow.get(), "placeAtTopTrailing");
+    }
+    m_callWindow->show();
+    m_callWindow->raise();
+    m_callWindow->requestActivate();
+}
+
+void Application::closeCallWindow() {
+    // Hidden rather than destroyed: the next call opens it without building it
+    // again, and its content is made anew for each call. Hiding never counts
+    // as the last window closing, so the app does not quit with it.
+    if (m_callWindow) {
+        m_callWindow->hide();
+    }
+}
+
+void Application::activateCallWindow(const QByteArray& activationToken) {
+    if (!m_callWindow) {
+        raiseMainWindow();
+        return;
+    }
+    // On Wayland the platform plugin takes the notification server's token
+    // from here for the next activation; elsewhere it is not looked at.
+    if (!activationToken.isEmpty()) {
+        qputenv("XDG_ACTIVATION_TOKEN", activationToken);
+    }
+    m_callWindow->show();
+    m_callWindow->raise();
+    m_callWindow->requestActivate();
+}
+
+// --- end of call windows ---

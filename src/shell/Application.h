@@ -1,15 +1,21 @@
 #pragma once
 
+#include "contacts/PhoneContacts.h"
 #include "platform/SecureStore.h"
 #include "platform/SettingsStore.h"
-#include "contacts/PhoneContacts.h"
 #include "session/Session.h"
 #include "shell/Appearance.h"
+#include "shell/CallInhibitor.h"
+#include "shell/CallWindows.h"
+#include "shell/CanberraRinger.h"
+#include "shell/DesktopNotifications.h"
+#include "shell/MediaPause.h"
 #include "shell/SystemWakeups.h"
 #include "telephony/Phone.h"
 
 #include <QObject>
 #include <QQmlApplicationEngine>
+#include <QQuickWindow>
 #include <QUrl>
 
 #include <QCoro/QCoroTask>
@@ -66,8 +72,23 @@ public:
     static std::string coreLogFilter();
     static constexpr char caFileKey[] = "sip.caFile";
 
+    // --- call windows ---
+    CallWindows& callWindows() { return *m_callWindows; }
+    DesktopNotifications& notifications() { return *m_notifications; }
+    // The call window while a call is shown in it, else null.
+    QQuickWindow* callWindow() const {
+        return m_callWindow && m_callWindow->isVisible() ? m_callWindow.get() : nullptr;
+    }
+    // --- end of call windows ---
+
 private:
     void init(SettingsStore& settings, SecureStore& secrets);
+    // --- call windows ---
+    void initCallWindows();
+    void openCallWindow();
+    void closeCallWindow();
+    void activateCallWindow(const QByteArray& activationToken);
+    // --- end of call windows ---
     QCoro::Task<> run();
 
     std::unique_ptr<SettingsStore> m_ownSettings;
@@ -77,7 +98,16 @@ private:
     std::unique_ptr<Phone> m_phone;
     std::unique_ptr<Session> m_session;
     std::unique_ptr<PhoneContacts> m_contacts;
+    // --- call windows ---
+    std::unique_ptr<DesktopNotifications> m_notifications;
+    std::unique_ptr<CanberraRinger> m_ringer;
+    std::unique_ptr<CallWindows> m_callWindows;
+    std::unique_ptr<CallInhibitor> m_inhibitor;
+    std::unique_ptr<MediaPause> m_mediaPause;
+    // --- end of call windows ---
     QQmlApplicationEngine m_engine;
+    // Made by the engine, so it goes before it.
+    std::unique_ptr<QQuickWindow> m_callWindow;
     Appearance m_appearance;
     SystemWakeups m_wakeups;
 };
