@@ -6,7 +6,29 @@ import QtQuick
 // Tint them with a colour rather than editing the files.
 QtObject {
     readonly property var files: ({
-        "chevron.right": "chevron-right"
+        "chevron.right": "chevron-right",
+        // --- main window, keypad, tray ---
+        "clock": "clock",
+        "person.2": "users",
+        "circle.grid.3x3": "grid-3x3",
+        "recordingtape": "voicemail",
+        "person.3.sequence": "users-round",
+        "gearshape": "settings",
+        "phone": "phone",
+        "phone.fill": "phone",
+        "phone.down.fill": "phone-off",
+        "phone.arrow.down.left": "phone-incoming",
+        "phone.arrow.up.right": "phone-outgoing",
+        "mic.fill": "mic",
+        "mic.slash.fill": "mic-off",
+        "delete.left": "delete",
+        "asterisk": "asterisk",
+        "number": "hash",
+        "wifi.slash": "wifi-off",
+        "wifi.exclamationmark": "wifi-off",
+        "exclamationmark.triangle.fill": "triangle-alert",
+        "xmark": "x"
+        // --- end of main window, keypad, tray ---
     })
 
     function of(name) {

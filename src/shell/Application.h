@@ -1,22 +1,24 @@
 #pragma once
 
+#include "contacts/PhoneContacts.h"
 #include "platform/SecureStore.h"
 #include "platform/SettingsStore.h"
-#include "contacts/PhoneContacts.h"
 #include "session/Session.h"
 #include "shell/Appearance.h"
+#include "shell/ShellState.h"
 #include "shell/SystemWakeups.h"
 #include "telephony/Phone.h"
 
 #include <QObject>
 #include <QQmlApplicationEngine>
+#include <QQuickWindow>
 #include <QUrl>
 
 #include <QCoro/QCoroTask>
 
 #include <memory>
 
-class QQuickWindow;
+class TrayIcon;
 
 // The app's one long-lived value in the GUI process: it makes the stores and
 // the session, loads the fonts, keeps the palette in step with the desktop,
@@ -62,6 +64,17 @@ public:
     void activeSipCallIdChanged(const std::optional<QString>& sipCallId);
     SystemWakeups& wakeups() { return m_wakeups; }
     // --- end of live updates ---
+    // --- main window and tray ---
+    ShellState& shellState() { return *m_shellState; }
+    // The tray icon, present while it is up.
+    TrayIcon* tray() const { return m_tray.get(); }
+    // With the keep-running setting on, the app stays after its window
+    // closes (in the tray where the desktop has one); off, it quits.
+    void applyKeepInTray();
+    // The settings window, made on first use; never a second one.
+    void openSettings();
+    QQuickWindow* settingsWindow() const { return m_settingsWindow.get(); }
+    // --- end of main window and tray ---
     // The engine's log filter: RUST_LOG when set, even empty, else the default.
     static std::string coreLogFilter();
     static constexpr char caFileKey[] = "sip.caFile";
@@ -77,7 +90,11 @@ private:
     std::unique_ptr<Phone> m_phone;
     std::unique_ptr<Session> m_session;
     std::unique_ptr<PhoneContacts> m_contacts;
+    std::unique_ptr<ShellState> m_shellState;
     QQmlApplicationEngine m_engine;
+    // Made in the engine, so they go before it.
+    std::unique_ptr<TrayIcon> m_tray;
+    std::unique_ptr<QQuickWindow> m_settingsWindow;
     Appearance m_appearance;
     SystemWakeups m_wakeups;
 };
