@@ -16,6 +16,10 @@ SectionEmptyState {
         objectName: "tryAgainButton"
         text: qsTr("Try again")
         highlighted: true
+        palette.button: Theme.accent
+        palette.highlight: Theme.accent
+        palette.buttonText: "white"
+        palette.highlightedText: "white"
         onClicked: view.retry()
     }
 }

@@ -139,6 +139,8 @@ Item {
         anchors.top: parent.top
         anchors.bottom: parent.bottom
         focus: true
+        // The chosen section takes the keyboard, so that the keypad works at once.
+        onLoaded: item.forceActiveFocus()
         sourceComponent: {
             switch (root.shell.section) {
             case "directory": return directory

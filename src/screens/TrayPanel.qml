@@ -182,6 +182,10 @@ Window {
                 onTextEdited: panel.number = text
                 onAccepted: panel.dialNumber(text)
                 Accessible.name: placeholderText
+                color: Theme.primaryText
+                placeholderTextColor: Theme.secondaryText
+                palette.base: Theme.fieldBackground
+                palette.text: Theme.primaryText
             }
             RoundButton {
                 objectName: "trayCall"
@@ -200,6 +204,8 @@ Window {
             text: qsTr("Do not disturb")
             // Do not disturb comes with the server actions for it.
             enabled: false
+            palette.windowText: Theme.secondaryText
+            palette.base: Theme.fieldBackground
             Accessible.name: text
         }
 
@@ -212,10 +218,17 @@ Window {
         Repeater {
             model: panel.shell.recent
             ItemDelegate {
+                id: recentRow
                 required property var modelData
                 Layout.fillWidth: true
+                hoverEnabled: true
                 Accessible.name: qsTr("Call %1").arg(modelData.name)
                 onClicked: panel.phone.dial(modelData.number)
+                background: Rectangle {
+                    radius: 4
+                    color: recentRow.hovered || recentRow.visualFocus ? Theme.selection
+                                                                      : "transparent"
+                }
                 contentItem: RowLayout {
                     spacing: 8
                     TintedIcon {

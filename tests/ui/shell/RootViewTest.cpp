@@ -160,3 +160,14 @@ TEST_F(Root, EveryFocusableControlHasAnAccessibleName) {
     }
     EXPECT_GE(focusable, 5);
 }
+
+TEST_F(Root, TheKeypadSectionTakesTheKeyboardAtOnce) {
+    settings.setText("section", "keypad");
+    restart();
+    host(rootView);
+    typeText("204");
+    QQuickItem* keypad = item("keypadView");
+    ASSERT_NE(keypad, nullptr);
+    EXPECT_EQ(keypad->property("number").toString(), "204")
+        << window->activeFocusItem()->metaObject()->className();
+}
