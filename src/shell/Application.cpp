@@ -121,6 +121,13 @@ void Application::describe() {
     if (qEnvironmentVariableIsEmpty("QT_QUICK_CONTROLS_STYLE")) {
         QQuickStyle::setStyle(QStringLiteral("Fusion"));
     }
+    // Flat 2D screens draw as fast in software, and a process that lives in
+    // the tray all day then holds a third of the memory: no GL driver (with
+    // Mesa's LLVM) mapped in. QT_QUICK_BACKEND or QSG_RHI_BACKEND choose otherwise.
+    if (qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND") &&
+        qEnvironmentVariableIsEmpty("QSG_RHI_BACKEND")) {
+        QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+    }
 }
 
 bool Application::loadFonts() {
