@@ -1,5 +1,6 @@
 #include "ScreenHost.h"
 
+#include "../../unit/telephony/FakeCore.h"
 #include "core/Core.h"
 
 #include <QUuid>
@@ -77,4 +78,21 @@ TEST_F(TrayPanel, OpenVelnorRzAsksForTheMainWindow) {
     QObject::connect(&app().shellState(), &ShellState::mainWindowRequested, [&] { ++asked; });
     click(item("trayOpen"));
     EXPECT_EQ(asked, 1);
+}
+
+TEST_F(TrayPanel, AnIncomingCallShowsTheCallerWithDeclineAndAnswerAndAnswerTakesIt) {
+    auto call = std::make_shared<FakeCoreCall>("sip-1", "205", "Emma Roth");
+    app().phone().incomingCall(call);
+    hostWindow("TrayPanel.qml");
+    EXPECT_TRUE(item("trayCallRow")->isVisible());
+    EXPECT_NE(itemWithText("Emma Roth"), nullptr);
+    EXPECT_NE(itemWithText("Incoming call"), nullptr);
+    EXPECT_TRUE(item("trayDecline")->isVisible());
+    EXPECT_TRUE(item("trayAnswer")->isVisible());
+    EXPECT_FALSE(item("trayMute")->isVisible());
+    EXPECT_FALSE(item("trayNumber")->isVisible());
+    EXPECT_EQ(accessibleName(item("trayShowCall")), "Show the call");
+    screenshot("tray-panel-incoming-light");
+    click(item("trayAnswer"));
+    EXPECT_EQ(call->answers, 1);
 }
