@@ -149,6 +149,22 @@ TEST_F(Desktop, ANumberTypedOnTheKeypadAndEnterCallTheEchoTest) {
     EXPECT_TRUE(waitFor([&] { return activeCall().isEmpty(); }));
 }
 
+TEST_F(Desktop, WithoutATrayTheClosedWindowStillLeavesTheAppRunningForCalls) {
+    // No tray on this display, as on GNOME without an AppIndicator extension.
+    startSignedIn("This desktop shows no tray");
+    const QString id = mainWindowId();
+    ASSERT_FALSE(id.isEmpty());
+    ASSERT_EQ(xdotool({"windowfocus", "--sync", id}), 0);
+    ASSERT_EQ(xdotool({"key", "ctrl+w"}), 0);
+    waitForLine("Main window closed; still running for calls");
+    EXPECT_TRUE(waitFor([&] { return visibleMainWindows() == 0; }));
+    server.control("POST", "phone/call", {{"from", "u-005"}, {"to", "201"}});
+    ASSERT_TRUE(waitFor([&] { return activeCall().value("status") == "incoming"; }, 20000));
+    EXPECT_TRUE(app.running());
+    call("HangUp");
+    EXPECT_TRUE(waitFor([&] { return activeCall().isEmpty(); }));
+}
+
 TEST_F(Desktop, TheTrayIconShowsAndWithTheWindowClosedTheAppLivesOnAndStillTakesACall) {
     // trayer is the desktop's tray here: an XEmbed system tray on this display.
     ChildProcess tray;
