@@ -260,6 +260,15 @@ int idleRun() {
     bare.process().setReadChannel(QProcess::StandardError);
     bare.readLine(std::chrono::seconds(20));
     printIdle("_bare_qt_quick", idleFigures(bare.pid(), idleSeconds));
+    bare.stop();
+    // The bare window drawing in software too, as the app does.
+    QProcessEnvironment software = environment;
+    software.insert("QT_QUICK_BACKEND", "software");
+    ChildProcess bareSoftware;
+    bareSoftware.start(VELNOR_BARE_PATH, {}, software);
+    bareSoftware.process().setReadChannel(QProcess::StandardError);
+    bareSoftware.readLine(std::chrono::seconds(20));
+    printIdle("_bare_qt_quick_software", idleFigures(bareSoftware.pid(), idleSeconds));
     return 0;
 }
 
