@@ -39,8 +39,9 @@ set(VELNOR_LAYER_session_QT ${_velnor_logic_qt})
 set(VELNOR_LAYER_screens_DEPS "")
 set(VELNOR_LAYER_screens_QT Qt6::Core Qt6::Gui Qt6::Qml Qt6::Quick Qt6::QuickControls2 Qt6::Svg)
 set(VELNOR_LAYER_shell_DEPS core platform api telephony live history contacts session screens)
+# Widgets for the tray icon alone: Qt's tray lives in that module.
 set(VELNOR_LAYER_shell_QT Qt6::Core Qt6::Network Qt6::WebSockets Qt6::DBus Qt6::Gui Qt6::Qml
-    Qt6::Quick Qt6::QuickControls2 Qt6::Svg)
+    Qt6::Quick Qt6::QuickControls2 Qt6::Svg Qt6::Widgets)
 set(VELNOR_LAYERS core platform api telephony live history contacts session screens shell)
 
 function(velnor_warnings target)

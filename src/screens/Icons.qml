@@ -7,15 +7,31 @@ import QtQuick
 QtObject {
     readonly property var files: ({
         "chevron.right": "chevron-right",
-        // --- call windows ---
+        // --- main window, keypad, tray ---
+        "clock": "clock",
+        "person.2": "users",
+        "circle.grid.3x3": "grid-3x3",
+        "recordingtape": "voicemail",
+        "person.3.sequence": "users-round",
+        "gearshape": "settings",
+        "phone": "phone",
         "phone.fill": "phone",
         "phone.down.fill": "phone-off",
+        "phone.arrow.down.left": "phone-incoming",
+        "phone.arrow.up.right": "phone-outgoing",
         "mic.fill": "mic",
         "mic.slash.fill": "mic-off",
-        "circle.grid.3x3.fill": "grid-3x3",
+        "delete.left": "delete",
+        "asterisk": "asterisk",
+        "number": "hash",
+        "wifi.slash": "wifi-off",
+        "wifi.exclamationmark": "wifi-off",
+        "exclamationmark.triangle.fill": "triangle-alert",
+        "xmark": "x",
+        // --- end of main window, keypad, tray ---
+        // --- call windows ---
         "arrow.down.right.and.arrow.up.left": "minimize-2",
         "arrow.up.left.and.arrow.down.right": "maximize-2"
-        // --- end of call windows ---
     })
 
     function of(name) {

@@ -1,13 +1,15 @@
 import QtQuick
 import QtQuick.Controls
 
-// The main window: what it shows follows the session's state.
+// The main window: what it shows follows the session's state, and one alert
+// carries the errors of the phone and the session.
 ApplicationWindow {
     id: window
 
     required property QtObject session
-    // The telephone; absent in views rendered without one.
+    // The telephone and the shell's state; absent in views rendered without them.
     property QtObject phone: null
+    property QtObject shell: null
 
     title: "velnor RZ"
     width: 920
@@ -31,7 +33,7 @@ ApplicationWindow {
             case "signingIn":
                 return login
             case "signedIn":
-                return signedIn
+                return window.phone && window.shell ? signedIn : null
             default:
                 return null
             }
@@ -53,9 +55,59 @@ ApplicationWindow {
     Component {
         id: signedIn
 
-        SignedInView {
+        RootView {
+            focus: true
             session: window.session
             phone: window.phone
+            shell: window.shell
+        }
+    }
+
+    // Ctrl+W closes the window as in any desktop app; the app stays for
+    // calls when the keep-running setting is on.
+    Shortcut {
+        sequences: [StandardKey.Close]
+        onActivated: window.close()
+    }
+
+    // The one alert of the app: the phone's error before the session's; "OK" clears both.
+    Dialog {
+        id: alert
+        objectName: "errorAlert"
+        parent: Overlay.overlay
+        anchors.centerIn: parent
+        width: Math.min(400, window.width - 48)
+        modal: true
+        closePolicy: Popup.CloseOnEscape
+        title: qsTr("Error")
+
+        Label {
+            id: message
+            objectName: "errorMessage"
+            width: parent.width
+            text: window.shell ? window.shell.alertMessage : ""
+            wrapMode: Text.Wrap
+        }
+
+        footer: DialogButtonBox {
+            Button {
+                objectName: "errorOk"
+                text: qsTr("OK")
+                DialogButtonBox.buttonRole: DialogButtonBox.AcceptRole
+            }
+        }
+        onClosed: if (window.shell) window.shell.dismissAlert()
+
+        function follow() {
+            if (window.shell && window.shell.alertShown)
+                open()
+            else
+                close()
+        }
+        Component.onCompleted: follow()
+        Connections {
+            target: window.shell
+            function onAlertChanged() { alert.follow() }
         }
     }
 }

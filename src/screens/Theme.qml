@@ -18,5 +18,11 @@ QtObject {
     // Text on the window background.
     readonly property color primaryText: dark ? "#F3F4F6" : "#151619"
 
+    // The registration badge's "connecting" and presence's "do not disturb".
+    readonly property color orange: dark ? "#FB923C" : "#EA7A0C"
+    readonly property color purple: dark ? "#C084FC" : "#9333EA"
+    // The selected row of the sidebar.
+    readonly property color selection: dark ? "#262A3F" : "#E8ECFE"
+
     readonly property string fontFamily: "IBM Plex Sans"
 }

@@ -3,6 +3,7 @@
 #include "audio/PulseBackend.h"
 #include "core/Core.h"
 #include "platform/Log.h"
+#include "shell/TrayIcon.h"
 #include "telephony/DialLink.h"
 
 #include <QDBusConnection>
@@ -22,6 +23,7 @@ namespace {
 const char* const fontCuts[] = {"Regular", "Medium", "SemiBold", "Bold"};
 const QUrl mainQml(QStringLiteral("qrc:/Velnor/Screens/Main.qml"));
 const QUrl callQml(QStringLiteral("qrc:/Velnor/Screens/CallWindow.qml"));
+const QUrl settingsQml(QStringLiteral("qrc:/Velnor/Screens/SettingsWindow.qml"));
 
 } // namespace
 
@@ -63,6 +65,23 @@ void Application::init(SettingsStore& settings, SecureStore& secrets) {
     m_phone->contactName = [contacts](const QString& number) { return contacts->name(number); };
     m_session->setOpenBrowser([](const QUrl& url) { return QDesktopServices::openUrl(url); });
     m_engine.addImportPath(QStringLiteral("qrc:/"));
+    // --- main window and tray ---
+    m_shellState = std::make_unique<ShellState>(settings, *m_phone, *m_session);
+    connect(m_shellState.get(), &ShellState::mainWindowRequested, this, [this] {
+        if (m_tray) {
+            m_tray->hidePanel();
+        }
+        raiseMainWindow();
+    });
+    connect(m_shellState.get(), &ShellState::settingsRequested, this, &Application::openSettings);
+    connect(m_shellState.get(), &ShellState::quitRequested, this, [] {
+        Log::info(Log::app, QStringLiteral("Quitting on the user's request"));
+        QCoreApplication::quit();
+    });
+    connect(m_shellState.get(), &ShellState::keepInTrayChanged, this,
+            &Application::applyKeepInTray);
+    QGuiApplication::setQuitOnLastWindowClosed(!m_shellState->keepInTray());
+    // --- end of main window and tray ---
     // Live updates: after a resume or when the network returns, the socket is
     // replaced at once rather than after the back-off.
     Live& live = m_session->live();
@@ -104,6 +123,13 @@ void Application::describe() {
     if (qEnvironmentVariableIsEmpty("QT_QUICK_CONTROLS_STYLE")) {
         QQuickStyle::setStyle(QStringLiteral("Fusion"));
     }
+    // Flat 2D screens draw as fast in software, and a process that lives in
+    // the tray all day then holds a third of the memory: no GL driver (with
+    // Mesa's LLVM) mapped in. QT_QUICK_BACKEND or QSG_RHI_BACKEND choose otherwise.
+    if (qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND") &&
+        qEnvironmentVariableIsEmpty("QSG_RHI_BACKEND")) {
+        QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+    }
 }
 
 bool Application::loadFonts() {
@@ -126,7 +152,8 @@ QObject* Application::palette() {
 bool Application::showMainWindow() {
     m_engine.setInitialProperties(
         {{QStringLiteral("session"), QVariant::fromValue<QObject*>(m_session.get())},
-         {QStringLiteral("phone"), QVariant::fromValue<QObject*>(m_phone.get())}});
+         {QStringLiteral("phone"), QVariant::fromValue<QObject*>(m_phone.get())},
+         {QStringLiteral("shell"), QVariant::fromValue<QObject*>(m_shellState.get())}});
     m_engine.load(mainQml);
     if (!mainWindow()) {
         Log::error(Log::app, QStringLiteral("The main window did not load"));
@@ -141,8 +168,63 @@ bool Application::showMainWindow() {
     connect(
         mainWindow(), &QQuickWindow::frameSwapped, this,
         [] { Log::info(Log::app, QStringLiteral("Main window shown")); }, Qt::SingleShotConnection);
+    connect(mainWindow(), &QWindow::visibleChanged, this, [this](bool visible) {
+        if (!visible && m_shellState->keepInTray()) {
+            Log::info(Log::app, QStringLiteral("Main window closed; still running for calls"));
+        }
+    });
+    applyKeepInTray();
     return true;
 }
+
+// --- main window and tray ---
+void Application::applyKeepInTray() {
+    const bool keep = m_shellState->keepInTray();
+    QGuiApplication::setQuitOnLastWindowClosed(!keep);
+    if (!keep) {
+        m_tray.reset();
+        m_shellState->setTrayShown(false);
+        return;
+    }
+    if (!m_tray) {
+        m_tray = std::make_unique<TrayIcon>(
+            *m_phone, m_engine,
+            QVariantMap{
+                {QStringLiteral("session"), QVariant::fromValue<QObject*>(m_session.get())},
+                {QStringLiteral("phone"), QVariant::fromValue<QObject*>(m_phone.get())},
+                {QStringLiteral("shell"), QVariant::fromValue<QObject*>(m_shellState.get())}});
+    }
+    // Where the desktop shows no tray the app still stays for calls; starting
+    // it again shows the window.
+    const bool shown = m_tray->install();
+    if (!shown) {
+        m_tray.reset();
+    }
+    m_shellState->setTrayShown(shown);
+}
+
+void Application::openSettings() {
+    if (m_tray) {
+        m_tray->hidePanel();
+    }
+    if (!m_settingsWindow) {
+        QQmlComponent component(&m_engine, settingsQml);
+        std::unique_ptr<QObject> made(component.createWithInitialProperties(
+            {{QStringLiteral("session"), QVariant::fromValue<QObject*>(m_session.get())},
+             {QStringLiteral("phone"), QVariant::fromValue<QObject*>(m_phone.get())},
+             {QStringLiteral("shell"), QVariant::fromValue<QObject*>(m_shellState.get())}}));
+        if (!qobject_cast<QQuickWindow*>(made.get())) {
+            Log::error(Log::app, QStringLiteral("The settings window did not load: %1")
+                                     .arg(component.errorString()));
+            return;
+        }
+        m_settingsWindow.reset(static_cast<QQuickWindow*>(made.release()));
+    }
+    m_settingsWindow->show();
+    m_settingsWindow->raise();
+    m_settingsWindow->requestActivate();
+}
+// --- end of main window and tray ---
 
 QQuickWindow* Application::mainWindow() const {
     const auto roots = m_engine.rootObjects();

@@ -10,6 +10,7 @@
 #include "shell/CanberraRinger.h"
 #include "shell/DesktopNotifications.h"
 #include "shell/MediaPause.h"
+#include "shell/ShellState.h"
 #include "shell/SystemWakeups.h"
 #include "telephony/Phone.h"
 
@@ -22,7 +23,7 @@
 
 #include <memory>
 
-class QQuickWindow;
+class TrayIcon;
 
 // The app's one long-lived value in the GUI process: it makes the stores and
 // the session, loads the fonts, keeps the palette in step with the desktop,
@@ -68,6 +69,17 @@ public:
     void activeSipCallIdChanged(const std::optional<QString>& sipCallId);
     SystemWakeups& wakeups() { return m_wakeups; }
     // --- end of live updates ---
+    // --- main window and tray ---
+    ShellState& shellState() { return *m_shellState; }
+    // The tray icon, present while it is up.
+    TrayIcon* tray() const { return m_tray.get(); }
+    // With the keep-running setting on, the app stays after its window
+    // closes (in the tray where the desktop has one); off, it quits.
+    void applyKeepInTray();
+    // The settings window, made on first use; never a second one.
+    void openSettings();
+    QQuickWindow* settingsWindow() const { return m_settingsWindow.get(); }
+    // --- end of main window and tray ---
     // The engine's log filter: RUST_LOG when set, even empty, else the default.
     static std::string coreLogFilter();
     static constexpr char caFileKey[] = "sip.caFile";
@@ -105,9 +117,12 @@ private:
     std::unique_ptr<CallInhibitor> m_inhibitor;
     std::unique_ptr<MediaPause> m_mediaPause;
     // --- end of call windows ---
+    std::unique_ptr<ShellState> m_shellState;
     QQmlApplicationEngine m_engine;
-    // Made by the engine, so it goes before it.
+    // Made in the engine, so they go before it.
     std::unique_ptr<QQuickWindow> m_callWindow;
+    std::unique_ptr<TrayIcon> m_tray;
+    std::unique_ptr<QQuickWindow> m_settingsWindow;
     Appearance m_appearance;
     SystemWakeups m_wakeups;
 };

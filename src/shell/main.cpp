@@ -4,14 +4,15 @@
 #include "shell/SingleInstance.h"
 #include "shell/UnixSignals.h"
 
-#include <QGuiApplication>
+#include <QApplication>
 #include <QUrl>
 
 #include <cstdio>
 
 int main(int argc, char** argv) {
     Application::describe();
-    QGuiApplication app(argc, argv);
+    // A widgets application only for the tray icon, which Qt keeps in that module.
+    QApplication app(argc, argv);
 
     // Links come as arguments when the desktop opens one with this app.
     QStringList links = app.arguments().mid(1);

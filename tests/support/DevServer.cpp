@@ -66,7 +66,8 @@ QString DevServer::program() {
 DevServer::DevServer(const QStringList& arguments) {
     m_process.start(program(), QStringList{"--port", "0"} + arguments);
     // The first line of standard output is the port the server listens on.
-    const auto line = QString::fromUtf8(m_process.readLine());
+    // With --phone the first start makes its certificates before it listens.
+    const auto line = QString::fromUtf8(m_process.readLine(std::chrono::seconds(30)));
     m_port = quint16(line.toUInt());
     if (m_port == 0) {
         throw std::runtime_error("rz-devserver gave no port: " + line.toStdString());

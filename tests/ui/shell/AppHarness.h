@@ -48,6 +48,10 @@ private:
 
 class AppHarness : public testing::Test {
 protected:
+    // rz-devserver's arguments; the default signs in Anna Berger at once.
+    explicit AppHarness(const QStringList& serverArguments = {"--auto-approve", "u-001"})
+        : server(serverArguments) {}
+
     void SetUp() override {
         // The app's settings point at the development dashboard.
         QDir().mkpath(home.configHome() + "/velnor");
@@ -147,7 +151,7 @@ protected:
     TempHome home;
     PrivateBus bus;
     SecretService secrets{bus};
-    DevServer server{{"--auto-approve", "u-001"}};
+    DevServer server;
     VirtualDisplay display;
     QTemporaryDir scripts;
     QString browser;

@@ -1,0 +1,25 @@
+import QtQuick
+import QtQuick.Controls
+
+// A list that could not be loaded and has nothing saved: why, and "Try again".
+SectionEmptyState {
+    id: view
+
+    property string message
+    signal retry()
+
+    title: qsTr("Could not load")
+    systemImage: "wifi.exclamationmark"
+    description: message
+
+    Button {
+        objectName: "tryAgainButton"
+        text: qsTr("Try again")
+        highlighted: true
+        palette.button: Theme.accent
+        palette.highlight: Theme.accent
+        palette.buttonText: "white"
+        palette.highlightedText: "white"
+        onClicked: view.retry()
+    }
+}

@@ -1,0 +1,54 @@
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Layouts
+
+// The settings window. For now it holds what the tray needs and the way out;
+// the rest of the settings join it later.
+ApplicationWindow {
+    id: window
+
+    required property QtObject session
+    required property QtObject phone
+    required property QtObject shell
+
+    title: qsTr("Settings")
+    width: 520
+    height: 620
+    minimumWidth: 460
+    minimumHeight: 480
+    color: Theme.windowBackground
+    font.family: Theme.fontFamily
+
+    ColumnLayout {
+        anchors.fill: parent
+        anchors.margins: 24
+        spacing: 8
+
+        Switch {
+            id: keep
+            objectName: "keepInTraySwitch"
+            text: qsTr("Keep running in the tray")
+            checked: window.shell.keepInTray
+            onToggled: window.shell.keepInTray = checked
+            Accessible.name: text
+        }
+        Label {
+            objectName: "keepInTrayText"
+            Layout.fillWidth: true
+            wrapMode: Text.Wrap
+            color: Theme.secondaryText
+            text: !window.shell.keepInTray
+                  ? qsTr("Closing the window quits velnor RZ; calls then only reach your other devices.")
+                  : window.shell.trayShown
+                    ? qsTr("Closing the window keeps velnor RZ in the tray, so calls still reach this computer.")
+                    : qsTr("This desktop shows no tray. Closing the window keeps velnor RZ running, so calls still reach this computer; start velnor RZ again to bring its window back.")
+        }
+        Item { Layout.fillHeight: true }
+        Button {
+            objectName: "signOutButton"
+            visible: window.session.stateName === "signedIn"
+            text: qsTr("Sign out")
+            onClicked: window.session.signOutKeepingDeviceFromScreen()
+        }
+    }
+}

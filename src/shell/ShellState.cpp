@@ -1,0 +1,146 @@
+#include "shell/ShellState.h"
+
+#include "history/RowText.h"
+#include "session/Session.h"
+#include "telephony/KeypadInput.h"
+#include "telephony/Phone.h"
+
+#include <QClipboard>
+#include <QGuiApplication>
+
+namespace {
+
+const char* const sections[] = {"recents", "directory", "keypad", "voicemail", "queues"};
+
+} // namespace
+
+ShellState::ShellState(SettingsStore& settings, Phone& phone, Session& session, QObject* parent)
+    : QObject(parent), m_settings(settings), m_phone(phone), m_session(session),
+      m_now([] { return QDateTime::currentDateTime(); }) {
+    const QString stored = settings.text(QString::fromLatin1(sectionKey)).value_or(QString());
+    m_section = isSection(stored) ? stored : QStringLiteral("recents");
+    m_keepInTray = settings.boolean(QString::fromLatin1(keepInTrayKey)).value_or(true);
+    connect(&phone, &Phone::lastErrorChanged, this, &ShellState::alertChanged);
+    connect(&session, &Session::errorChanged, this, &ShellState::alertChanged);
+    connect(&phone.recents(), &Recents::entriesChanged, this, &ShellState::recentChanged);
+    connect(&phone, &Phone::registrationUpdated, this, &ShellState::registrationChanged);
+}
+
+bool ShellState::isSection(const QString& name) {
+    for (const char* section : sections) {
+        if (name == QLatin1String(section)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void ShellState::setSection(const QString& section) {
+    if (!isSection(section) || section == m_section) {
+        return;
+    }
+    m_section = section;
+    m_settings.setText(QString::fromLatin1(sectionKey), section);
+    emit sectionChanged();
+}
+
+bool ShellState::alertShown() const {
+    return m_phone.hasLastError() || m_session.hasError();
+}
+
+QString ShellState::alertMessage() const {
+    return m_phone.hasLastError() ? m_phone.lastErrorText() : m_session.errorText();
+}
+
+void ShellState::dismissAlert() {
+    m_phone.clearLastError();
+    m_session.clearError();
+}
+
+void ShellState::setKeepInTray(bool keep) {
+    if (keep == m_keepInTray) {
+        return;
+    }
+    m_keepInTray = keep;
+    m_settings.setBoolean(QString::fromLatin1(keepInTrayKey), keep);
+    emit keepInTrayChanged();
+}
+
+void ShellState::setTrayShown(bool shown) {
+    if (shown == m_trayShown) {
+        return;
+    }
+    m_trayShown = shown;
+    emit trayShownChanged();
+}
+
+QVariantList ShellState::recent() const {
+    QVariantList rows;
+    const QDateTime now = m_now();
+    for (const Recents::Entry& entry : m_phone.recents().entries()) {
+        if (rows.size() == recentRows) {
+            break;
+        }
+        rows.append(QVariantMap{
+            {QStringLiteral("name"), entry.name.value_or(entry.remote)},
+            {QStringLiteral("number"), entry.remote},
+            {QStringLiteral("incoming"), entry.incoming},
+            {QStringLiteral("date"), RowText::date(entry.date, now)},
+        });
+    }
+    return rows;
+}
+
+QString ShellState::registrationKind() const {
+    switch (m_phone.registration().kind) {
+    case Phone::Registration::Kind::off:
+        return QStringLiteral("off");
+    case Phone::Registration::Kind::registering:
+        return QStringLiteral("registering");
+    case Phone::Registration::Kind::registered:
+        return QStringLiteral("registered");
+    case Phone::Registration::Kind::failed:
+        break;
+    }
+    return QStringLiteral("failed");
+}
+
+QString ShellState::registrationWordOf(const Phone& phone) {
+    switch (phone.registration().kind) {
+    case Phone::Registration::Kind::off:
+        return tr("Not set up");
+    case Phone::Registration::Kind::registering:
+        return tr("Connecting…");
+    case Phone::Registration::Kind::registered:
+        return tr("Online");
+    case Phone::Registration::Kind::failed:
+        break;
+    }
+    // The failure's sentence is for the alert, not for the badge.
+    return tr("Offline");
+}
+
+QString ShellState::rowDate(const QDateTime& date) const {
+    return RowText::date(date, m_now());
+}
+
+QString ShellState::monogram(const QString& name) const {
+    return RowText::monogram(name);
+}
+
+QString ShellState::cleanPasted(const QString& text) const {
+    return KeypadInput::cleanPasted(text);
+}
+
+bool ShellState::isKey(const QString& text) const {
+    return text.size() == 1 && KeypadInput::isKey(text.at(0));
+}
+
+bool ShellState::canDial(const QString& number) const {
+    return KeypadInput::canDial(number, m_phone.isRegistered());
+}
+
+QString ShellState::clipboardText() const {
+    const QClipboard* clipboard = QGuiApplication::clipboard();
+    return clipboard ? clipboard->text() : QString();
+}

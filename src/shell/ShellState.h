@@ -1,0 +1,110 @@
+#pragma once
+
+#include "platform/SettingsStore.h"
+
+#include <QDateTime>
+#include <QObject>
+#include <QString>
+#include <QVariantList>
+
+#include <functional>
+
+class Phone;
+class Session;
+
+// What the main window and the tray panel read beyond the session and the
+// phone: the chosen section (kept in the settings), the one error alert,
+// the keep-running setting, the recent calls, and the few words the screens
+// need decided in C++. It lives on the main thread beside the windows.
+class ShellState : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(QString section READ section WRITE setSection NOTIFY sectionChanged)
+    Q_PROPERTY(bool alertShown READ alertShown NOTIFY alertChanged)
+    Q_PROPERTY(QString alertMessage READ alertMessage NOTIFY alertChanged)
+    Q_PROPERTY(bool keepInTray READ keepInTray WRITE setKeepInTray NOTIFY keepInTrayChanged)
+    Q_PROPERTY(bool trayShown READ trayShown NOTIFY trayShownChanged)
+    Q_PROPERTY(QVariantList recent READ recent NOTIFY recentChanged)
+    Q_PROPERTY(bool hasQueues READ hasQueues NOTIFY badgesChanged)
+    Q_PROPERTY(int voicemailBadge READ voicemailBadge NOTIFY badgesChanged)
+    Q_PROPERTY(int queuesBadge READ queuesBadge NOTIFY badgesChanged)
+    Q_PROPERTY(QString registrationWord READ registrationWord NOTIFY registrationChanged)
+    Q_PROPERTY(QString registrationKind READ registrationKind NOTIFY registrationChanged)
+public:
+    static constexpr char sectionKey[] = "section";
+    // True when absent: closing the window leaves the app running for calls.
+    static constexpr char keepInTrayKey[] = "mac.menuBar";
+    static constexpr int recentRows = 5;
+
+    ShellState(SettingsStore& settings, Phone& phone, Session& session, QObject* parent = nullptr);
+
+    // One of recents, directory, keypad, voicemail, queues; a stored value
+    // that is none of them reads as recents.
+    QString section() const { return m_section; }
+    void setSection(const QString& section);
+    static bool isSection(const QString& name);
+
+    // The alert shows the phone's error first, else the session's.
+    bool alertShown() const;
+    QString alertMessage() const;
+    // "OK" clears both, so a session error behind a phone error is never seen.
+    Q_INVOKABLE void dismissAlert();
+
+    bool keepInTray() const { return m_keepInTray; }
+    void setKeepInTray(bool keep);
+    // Whether a tray icon is up; false where the desktop shows no tray.
+    bool trayShown() const { return m_trayShown; }
+    void setTrayShown(bool shown);
+
+    // The first local recents: name, number, incoming, date words.
+    QVariantList recent() const;
+
+    // The session knows no voicemail or queues yet: no badge, no queues row.
+    bool hasQueues() const { return false; }
+    int voicemailBadge() const { return 0; }
+    int queuesBadge() const { return 0; }
+
+    // The registration badge: its word, and the kind that picks its colour
+    // (off, registering, registered, failed).
+    QString registrationWord() const { return registrationWordOf(m_phone); }
+    QString registrationKind() const;
+    static QString registrationWordOf(const Phone& phone);
+
+    Q_INVOKABLE QString rowDate(const QDateTime& date) const;
+    Q_INVOKABLE QString monogram(const QString& name) const;
+    Q_INVOKABLE QString cleanPasted(const QString& text) const;
+    Q_INVOKABLE bool isKey(const QString& text) const;
+    Q_INVOKABLE bool canDial(const QString& number) const;
+    // The clipboard's text, empty when it holds none.
+    Q_INVOKABLE QString clipboardText() const;
+
+    // Requests the shell carries out; the screens only ask.
+    Q_INVOKABLE void openMainWindow() { emit mainWindowRequested(); }
+    Q_INVOKABLE void openSettings() { emit settingsRequested(); }
+    Q_INVOKABLE void openCallWindow() { emit callWindowRequested(); }
+    Q_INVOKABLE void quit() { emit quitRequested(); }
+
+    // The clock the date words are measured against; tests fix it.
+    void setNow(std::function<QDateTime()> now) { m_now = std::move(now); }
+
+signals:
+    void sectionChanged();
+    void alertChanged();
+    void keepInTrayChanged();
+    void trayShownChanged();
+    void recentChanged();
+    void badgesChanged();
+    void registrationChanged();
+    void mainWindowRequested();
+    void settingsRequested();
+    void callWindowRequested();
+    void quitRequested();
+
+private:
+    SettingsStore& m_settings;
+    Phone& m_phone;
+    Session& m_session;
+    QString m_section;
+    bool m_keepInTray = true;
+    bool m_trayShown = false;
+    std::function<QDateTime()> m_now;
+};

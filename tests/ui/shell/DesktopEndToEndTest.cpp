@@ -1,0 +1,200 @@
+#include "AppHarness.h"
+
+#include "PulseAudioServer.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusVariant>
+#include <QEventLoop>
+#include <QTimer>
+
+// The app as a person uses it on a desktop: an X display of its own, the
+// keyboard through XTEST, rz-devserver with its real phone system behind it,
+// PulseAudio with a null sink, and the Secret Service on a private bus.
+namespace {
+
+class Desktop : public AppHarness {
+protected:
+    Desktop() : AppHarness({"--phone", "--auto-approve", "u-001"}) {}
+
+    void SetUp() override {
+        AppHarness::SetUp();
+        // The phone system answers once kamailio, the relay and the parties are up.
+        QDeadlineTimer ready(30000);
+        for (;;) {
+            try {
+                server.control("GET", "phone/ready");
+                break;
+            } catch (const std::exception& error) {
+                ASSERT_FALSE(ready.hasExpired()) << error.what();
+            }
+        }
+    }
+
+    void TearDown() override {
+        connection.reset();
+        QDBusConnection::disconnectFromBus("desktop-test");
+    }
+
+    // The app opens on the keypad, as it would after a person left it there.
+    void openOnTheKeypad() {
+        QFile config(home.configHome() + "/velnor/rz.conf");
+        ASSERT_TRUE(config.open(QIODevice::Append));
+        config.write("section=keypad\n");
+    }
+
+    // `first`: a line the app logs before it says it started.
+    void startSignedIn(const QByteArray& first = {}) {
+        app.start(VELNOR_APP_PATH, {}, environment());
+        app.process().setReadChannel(QProcess::StandardError);
+        if (!first.isEmpty()) {
+            waitForLine(first);
+        }
+        waitForLine("started");
+        bus.waitForName("net.velnor.rz");
+        connection = std::make_unique<QDBusConnection>(
+            QDBusConnection::connectToBus(bus.address(), "desktop-test"));
+        ASSERT_TRUE(connection->isConnected());
+        call("SignIn");
+        ASSERT_TRUE(waitFor([&] { return property("State").toString() == "signedIn"; }));
+        ASSERT_TRUE(
+            waitFor([&] { return property("Registration").toString() == "registered"; }, 30000))
+            << property("Registration").toString().toStdString();
+    }
+
+    QVariant property(const char* name) {
+        QDBusMessage get = QDBusMessage::createMethodCall("net.velnor.rz", "/net/velnor/rz",
+                                                          "org.freedesktop.DBus.Properties", "Get");
+        get << QString("net.velnor.rz.App") << QString::fromLatin1(name);
+        const QDBusMessage reply = connection->call(get, QDBus::Block, 10000);
+        if (reply.type() != QDBusMessage::ReplyMessage) {
+            throw std::runtime_error(reply.errorMessage().toStdString());
+        }
+        return reply.arguments().value(0).value<QDBusVariant>().variant();
+    }
+
+    QVariantMap activeCall() { return qdbus_cast<QVariantMap>(property("ActiveCall")); }
+
+    void call(const char* method) {
+        const QDBusMessage reply =
+            connection->call(QDBusMessage::createMethodCall("net.velnor.rz", "/net/velnor/rz",
+                                                            "net.velnor.rz.App", method),
+                             QDBus::Block, 10000);
+        ASSERT_EQ(reply.type(), QDBusMessage::ReplyMessage) << reply.errorMessage().toStdString();
+    }
+
+    // Polls a condition on the event loop until it holds; false past the bound.
+    bool waitFor(const std::function<bool()>& condition, int boundMs = 15000) {
+        QDeadlineTimer deadline(boundMs);
+        while (!deadline.hasExpired()) {
+            if (condition()) {
+                return true;
+            }
+            QEventLoop loop;
+            QTimer::singleShot(100, &loop, &QEventLoop::quit);
+            loop.exec();
+        }
+        return condition();
+    }
+
+    // The main window's X id, once it is mapped.
+    QString mainWindowId() {
+        QProcess search;
+        search.setProcessEnvironment(environment());
+        search.start("xdotool", {"search", "--sync", "--onlyvisible", "--name", "^velnor RZ$"});
+        if (!search.waitForFinished(15000)) {
+            search.kill();
+            search.waitForFinished();
+            return {};
+        }
+        return QString::fromUtf8(search.readAllStandardOutput()).trimmed();
+    }
+
+    int visibleMainWindows() {
+        QProcess search;
+        search.setProcessEnvironment(environment());
+        search.start("xdotool", {"search", "--onlyvisible", "--name", "^velnor RZ$"});
+        search.waitForFinished(10000);
+        return QString::fromUtf8(search.readAllStandardOutput())
+            .split('\n', Qt::SkipEmptyParts)
+            .size();
+    }
+
+    PulseAudioServer pulse{
+        {"load-module module-null-sink sink_name=speaker rate=48000 channels=1 norewinds=1",
+         "load-module module-sine-source source_name=mic rate=48000 frequency=440",
+         "set-default-sink speaker", "set-default-source mic"}};
+    std::unique_ptr<QDBusConnection> connection;
+};
+
+} // namespace
+
+TEST_F(Desktop, ANumberTypedOnTheKeypadAndEnterCallTheEchoTest) {
+    openOnTheKeypad();
+    startSignedIn();
+    const QString id = mainWindowId();
+    ASSERT_FALSE(id.isEmpty());
+    ASSERT_EQ(xdotool({"windowfocus", "--sync", id}), 0);
+    ASSERT_EQ(xdotool({"type", "--delay", "40", "999"}), 0);
+    QDir().mkpath(VELNOR_SCREENSHOTS);
+    grabScreen().save(QString(VELNOR_SCREENSHOTS) + "/desktop-keypad-typed.png");
+    ASSERT_EQ(xdotool({"key", "Return"}), 0);
+    ASSERT_TRUE(waitFor([&] { return !activeCall().isEmpty(); }));
+    EXPECT_EQ(activeCall().value("number").toString(), "999");
+    EXPECT_TRUE(activeCall().value("outgoing").toBool());
+    // The echo test answers; the call is up until it is hung up.
+    ASSERT_TRUE(waitFor([&] { return activeCall().value("status") == "connected"; }, 20000))
+        << activeCall().value("status").toString().toStdString();
+    call("HangUp");
+    EXPECT_TRUE(waitFor([&] { return activeCall().isEmpty(); }));
+}
+
+TEST_F(Desktop, WithoutATrayTheClosedWindowStillLeavesTheAppRunningForCalls) {
+    // No tray on this display, as on GNOME without an AppIndicator extension.
+    startSignedIn("This desktop shows no tray");
+    const QString id = mainWindowId();
+    ASSERT_FALSE(id.isEmpty());
+    ASSERT_EQ(xdotool({"windowfocus", "--sync", id}), 0);
+    ASSERT_EQ(xdotool({"key", "ctrl+w"}), 0);
+    waitForLine("Main window closed; still running for calls");
+    EXPECT_TRUE(waitFor([&] { return visibleMainWindows() == 0; }));
+    server.control("POST", "phone/call", {{"from", "u-005"}, {"to", "201"}});
+    ASSERT_TRUE(waitFor([&] { return activeCall().value("status") == "incoming"; }, 20000));
+    EXPECT_TRUE(app.running());
+    call("HangUp");
+    EXPECT_TRUE(waitFor([&] { return activeCall().isEmpty(); }));
+}
+
+TEST_F(Desktop, TheTrayIconShowsAndWithTheWindowClosedTheAppLivesOnAndStillTakesACall) {
+    // trayer is the desktop's tray here: an XEmbed system tray on this display.
+    ChildProcess tray;
+    tray.start("trayer",
+               {"--edge", "top", "--align", "right", "--widthtype", "pixel", "--width", "120",
+                "--height", "24"},
+               environment());
+    ASSERT_TRUE(waitFor([&] { return xdotool({"search", "--class", "trayer"}) == 0; }));
+    startSignedIn("Tray icon shown");
+    const QString id = mainWindowId();
+    ASSERT_FALSE(id.isEmpty());
+    ASSERT_EQ(xdotool({"windowfocus", "--sync", id}), 0);
+    ASSERT_EQ(xdotool({"key", "ctrl+w"}), 0);
+    waitForLine("Main window closed; still running for calls");
+    EXPECT_TRUE(waitFor([&] { return visibleMainWindows() == 0; }));
+    EXPECT_TRUE(app.running());
+    EXPECT_EQ(property("Registration").toString(), "registered");
+
+    // Emma (205) calls Anna (201): the call reaches the app with its window closed.
+    server.control("POST", "phone/call", {{"from", "u-005"}, {"to", "201"}});
+    ASSERT_TRUE(waitFor([&] { return activeCall().value("status") == "incoming"; }, 20000));
+    call("HangUp");
+    EXPECT_TRUE(waitFor([&] { return activeCall().isEmpty(); }));
+
+    // Starting the app again brings the one main window back.
+    QProcess second;
+    second.setProcessEnvironment(environment());
+    second.start(VELNOR_APP_PATH, {});
+    ASSERT_TRUE(second.waitForFinished(20000));
+    EXPECT_EQ(second.exitCode(), 0);
+    EXPECT_TRUE(waitFor([&] { return visibleMainWindows() == 1; }));
+    EXPECT_EQ(visibleMainWindows(), 1);
+}
