@@ -28,6 +28,9 @@ namespace {
 constexpr std::uint32_t registerExpiry = 300; // refreshed at half of it, far below 900 s
 constexpr std::uint64_t keepaliveMs = 25000;
 constexpr std::uint64_t stopBoundMs = 3000;
+// A registrar answers a REGISTER within milliseconds; one that has said
+// nothing for this long has most likely lost the connection under it.
+constexpr std::uint64_t registerAnswerBoundMs = 3000;
 constexpr const char* caFileOption = "tls-ca-file";
 
 // The address this machine uses to reach the server, for Contact and media:
@@ -56,6 +59,7 @@ Client::Client(SipAccount account, std::shared_ptr<ClientDelegate> delegate, std
     : m_account(std::move(account)), m_delegate(std::move(delegate)), m_host(std::move(host)),
       m_port(port), m_tls(tls) {
     tmr_init(&m_registerTimer);
+    tmr_init(&m_registerGuard);
     tmr_init(&m_stopTimer);
     tmr_init(&m_keepaliveTimer);
     m_domain = m_account.realm.empty() ? m_host : m_account.realm;
@@ -135,6 +139,11 @@ int Client::onAuth(char** user, char** password, const char*, void* arg) {
 int Client::onRegisterSend(sip_transp tp, const struct sa* src, const struct sa*, struct mbuf* mb,
                            void* arg) {
     auto* self = static_cast<Client*>(arg);
+    // A connection that goes before the answer does is noticed by no one else:
+    // the transaction would wait out its 32 s timer.
+    if (!self->m_stopping) {
+        tmr_start(&self->m_registerGuard, registerAnswerBoundMs, onRegisterGuard, self);
+    }
     // The Contact names the address of the connection itself, so that the
     // registrar can send requests back over it.
     return mbuf_printf(mb, "Contact: <sip:%s@%J%s;ob>;expires=%u\r\n",
@@ -167,8 +176,21 @@ void Client::registrationFailed(std::string reason, bool unreachable, std::uint6
     tmr_start(&m_registerTimer, retryMs, onRegisterTimer, this);
 }
 
+void Client::onRegisterGuard(void* arg) {
+    auto* self = static_cast<Client*>(arg);
+    if (self->m_stopping || !self->m_sip) {
+        return;
+    }
+    warn(format("no answer to the REGISTER from %s in %llu s; sending it again",
+                self->serverName().c_str(), (unsigned long long)(registerAnswerBoundMs / 1000)));
+    self->m_challenges = 0;
+    self->m_registerRequest = static_cast<struct sip_request*>(mem_deref(self->m_registerRequest));
+    self->sendRegister(registerExpiry);
+}
+
 void Client::onRegisterResponse(int err, const struct sip_msg* msg, void* arg) {
     auto* self = static_cast<Client*>(arg);
+    tmr_cancel(&self->m_registerGuard);
     if (self->m_stopping) {
         if (err || (msg && msg->scode >= 200 && msg->scode != 401 && msg->scode != 407)) {
             if (self->m_whenClosed) {
@@ -589,6 +611,7 @@ void Client::stop() {
         }
         m_calls.clear();
         tmr_cancel(&m_registerTimer);
+        tmr_cancel(&m_registerGuard);
         tmr_cancel(&m_keepaliveTimer);
         tmr_start(&m_stopTimer, stopBoundMs, onStopTimer, this);
         auto closeSip = [this, finish] {
@@ -627,6 +650,7 @@ void Client::stop() {
 
 void Client::teardown() {
     tmr_cancel(&m_registerTimer);
+    tmr_cancel(&m_registerGuard);
     tmr_cancel(&m_stopTimer);
     m_silenced = true;
     m_stopping = true;

@@ -46,6 +46,10 @@ public:
         close(m_wake[1]);
     }
     std::string server() const { return "127.0.0.1:" + std::to_string(m_port); }
+    // The next message from the engine is not passed on: its connection is
+    // closed instead, so that the request is under way when the link goes.
+    void cutAtNextRequest() { m_trap = true; }
+    bool trapSprung() const { return !m_trap && m_sprung; }
     // Closes the connections now carried; new ones are relayed as before.
     void cut() {
         m_cut = true;
@@ -109,9 +113,14 @@ private:
                 const pollfd& a = fds[2 + 2 * i];
                 const pollfd& b = fds[3 + 2 * i];
                 bool closed = false;
+                if ((a.revents & POLLIN) && m_trap) {
+                    m_sprung = true;
+                    m_trap = false;
+                    closed = true;
+                }
                 for (const auto& [from, to] :
                      {std::pair{a, m_pairs[i].second}, std::pair{b, m_pairs[i].first}}) {
-                    if (from.revents & (POLLIN | POLLHUP | POLLERR)) {
+                    if (!closed && (from.revents & (POLLIN | POLLHUP | POLLERR))) {
                         char buffer[65536];
                         const ssize_t got = recv(from.fd, buffer, sizeof buffer, 0);
                         if (got <= 0 || send(to, buffer, size_t(got), MSG_NOSIGNAL) != got) {
@@ -135,6 +144,8 @@ private:
     int m_wake[2] = {-1, -1};
     std::atomic<bool> m_running{true};
     std::atomic<bool> m_cut{false};
+    std::atomic<bool> m_trap{false};
+    std::atomic<bool> m_sprung{false};
     std::vector<std::pair<int, int>> m_pairs; // relay thread only
     std::thread m_thread;
 };
@@ -197,5 +208,38 @@ TEST(Connection, ACallOutlivesACutConnectionAndItsEndIsStillReported) {
     call->hangup();
     EXPECT_EQ(events->waitCall(id, Kind::ended), CallState::ended("local"));
     EXPECT_EQ(sipp.waitExit(), 0) << sipp.output();
+    client->stop();
+}
+
+TEST(Connection, AConnectionCutDuringTheFirstRegisterIsReplacedWithinFiveSeconds) {
+    QTemporaryDir dir;
+    TestCertificates certs(dir.path());
+    Kamailio kamailio(dir.path(), certs, {});
+    Relay relay(kamailio.tcpPort());
+    relay.cutAtNextRequest();
+    auto events = std::make_shared<Events>();
+    auto client = core::SipClient::init(
+        accountFor(relay.server(), "alice", Kamailio::users().at("alice")), events);
+    client->start();
+    EXPECT_EQ(nextRegistered(*events, 0, 5s), RegistrationState::registered());
+    EXPECT_TRUE(relay.trapSprung()) << "the first REGISTER was never cut";
+    client->stop();
+}
+
+TEST(Connection, AConnectionCutDuringARenewalIsReplacedWithinFiveSeconds) {
+    QTemporaryDir dir;
+    TestCertificates certs(dir.path());
+    Kamailio kamailio(dir.path(), certs, {});
+    Relay relay(kamailio.tcpPort());
+    auto events = std::make_shared<Events>();
+    auto client = core::SipClient::init(
+        accountFor(relay.server(), "alice", Kamailio::users().at("alice")), events);
+    client->start();
+    ASSERT_EQ(events->waitRegistered(), RegistrationState::registered());
+    const size_t before = events->registrations().size();
+    relay.cutAtNextRequest();
+    client->reRegister();
+    EXPECT_EQ(nextRegistered(*events, before, 5s), RegistrationState::registered());
+    EXPECT_TRUE(relay.trapSprung()) << "the renewal was never cut";
     client->stop();
 }
