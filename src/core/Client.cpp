@@ -181,16 +181,26 @@ void Client::onRegisterGuard(void* arg) {
     if (self->m_stopping || !self->m_sip) {
         return;
     }
-    warn(format("no answer to the REGISTER from %s in %llu s; sending it again",
-                self->serverName().c_str(), (unsigned long long)(registerAnswerBoundMs / 1000)));
-    self->m_challenges = 0;
     self->m_registerRequest = static_cast<struct sip_request*>(mem_deref(self->m_registerRequest));
-    self->sendRegister(registerExpiry);
+    self->m_challenges = 0;
+    if (++self->m_unansweredRegisters == 1) {
+        // Once at once, for the connection that went away under the request.
+        warn(format("no answer to the REGISTER from %s in %llu s; sending it again",
+                    self->serverName().c_str(),
+                    static_cast<unsigned long long>(registerAnswerBoundMs / 1000)));
+        self->sendRegister(registerExpiry);
+        return;
+    }
+    // A server that takes our packets and never answers is as good as gone.
+    self->m_unansweredRegisters = 0;
+    self->registrationFailed(format("The server %s does not answer.", self->serverName().c_str()),
+                             true);
 }
 
 void Client::onRegisterResponse(int err, const struct sip_msg* msg, void* arg) {
     auto* self = static_cast<Client*>(arg);
     tmr_cancel(&self->m_registerGuard);
+    self->m_unansweredRegisters = 0;
     if (self->m_stopping) {
         if (err || (msg && msg->scode >= 200 && msg->scode != 401 && msg->scode != 407)) {
             if (self->m_whenClosed) {

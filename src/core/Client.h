@@ -115,6 +115,7 @@ private:
     enum sip_transp m_registrarTransport = SIP_TRANSP_TCP;
     struct tmr m_registerTimer;
     struct tmr m_registerGuard; // a REGISTER sent and not yet answered
+    int m_unansweredRegisters = 0;
     struct tmr m_stopTimer;
     std::uint32_t m_sentExpiry = 0;
     int m_challenges = 0;

@@ -243,3 +243,25 @@ TEST(Connection, AConnectionCutDuringARenewalIsReplacedWithinFiveSeconds) {
     EXPECT_TRUE(relay.trapSprung()) << "the renewal was never cut";
     client->stop();
 }
+
+TEST(Connection, AServerThatTakesTheRegisterAndNeverAnswersIsReportedAsNotAnswering) {
+    // The kernel accepts connections to a listening socket that nobody
+    // serves and takes what is sent: a server that has hung.
+    const int silent = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(bind(silent, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(::listen(silent, 8), 0);
+    socklen_t length = sizeof address;
+    getsockname(silent, reinterpret_cast<sockaddr*>(&address), &length);
+    const std::string server = "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+    auto events = std::make_shared<Events>();
+    auto client =
+        core::SipClient::init(accountFor(server, "alice", Kamailio::users().at("alice")), events);
+    client->start();
+    EXPECT_EQ(events->waitFailed(10s),
+              RegistrationState::failed("The server " + server + " does not answer."));
+    client->stop();
+    close(silent);
+}
