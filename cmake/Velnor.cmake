@@ -127,11 +127,12 @@ function(velnor_check_layers)
     endforeach()
 endfunction()
 
-# velnor_test(NAME SOURCES ... [LINK ...] LABEL unit|integration|ui [TIMEOUT s] [MAIN core|gui|none])
+# velnor_test(NAME SOURCES ... [LINK ...] LABEL unit|integration|ui [TIMEOUT s] [MAIN core|gui|none]
+#             [LOCK resource])
 # One GoogleTest executable; each test case becomes its own ctest entry, so a
 # test that starts a private service gets a fresh process.
 function(velnor_test name)
-    cmake_parse_arguments(T "" "LABEL;TIMEOUT;MAIN" "SOURCES;LINK" ${ARGN})
+    cmake_parse_arguments(T "" "LABEL;TIMEOUT;MAIN;LOCK" "SOURCES;LINK" ${ARGN})
     if(NOT T_LABEL)
         message(FATAL_ERROR "velnor_test(${name}): LABEL is required")
     endif()
@@ -157,10 +158,15 @@ function(velnor_test name)
     velnor_warnings(${name})
     # Failures print Qt text as text.
     target_compile_options(${name} PRIVATE -include ${PROJECT_SOURCE_DIR}/tests/support/QtPrinters.h)
+    # Tests that share a LOCK never run at the same time, even under ctest -j.
+    set(lock)
+    if(T_LOCK)
+        set(lock RESOURCE_LOCK ${T_LOCK})
+    endif()
     gtest_discover_tests(${name}
         TEST_PREFIX "${name}."
         DISCOVERY_TIMEOUT 60
-        PROPERTIES LABELS ${T_LABEL} TIMEOUT ${T_TIMEOUT})
+        PROPERTIES LABELS ${T_LABEL} TIMEOUT ${T_TIMEOUT} ${lock})
 endfunction()
 
 # The engine's libraries are its own business: no source outside src/core (and
