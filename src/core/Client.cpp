@@ -294,8 +294,15 @@ void Client::onConnectionLost(int err, void* arg) {
     if (self->m_stopping || !self->m_sip) {
         return;
     }
-    warn(format("the connection to %s closed (%s); registering again", self->serverName().c_str(),
-                strerror(err)));
+    if (err == EBADMSG || err == ENOENT || err == EPROTO) {
+        // The SIP library closes a connection on a message it cannot parse.
+        warn(format("the registrar sent a message that could not be read, so its connection to "
+                    "%s was closed; registering again",
+                    self->serverName().c_str()));
+    } else {
+        warn(format("the connection to %s closed (%s); registering again",
+                    self->serverName().c_str(), strerror(err)));
+    }
     // The watch is spent; the next registration's answer starts a new one.
     Loop::instance().post([weak = self->weak_from_this()] {
         auto client = weak.lock();
