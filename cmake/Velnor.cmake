@@ -128,11 +128,12 @@ function(velnor_check_layers)
     endforeach()
 endfunction()
 
-# velnor_test(NAME SOURCES ... [LINK ...] LABEL unit|integration|ui [TIMEOUT s] [MAIN core|gui|none])
+# velnor_test(NAME SOURCES ... [LINK ...] LABEL unit|integration|ui [TIMEOUT s] [MAIN core|gui|none]
+#             [LOCK resource])
 # One GoogleTest executable; each test case becomes its own ctest entry, so a
 # test that starts a private service gets a fresh process.
 function(velnor_test name)
-    cmake_parse_arguments(T "" "LABEL;TIMEOUT;MAIN" "SOURCES;LINK" ${ARGN})
+    cmake_parse_arguments(T "" "LABEL;TIMEOUT;MAIN;LOCK" "SOURCES;LINK" ${ARGN})
     if(NOT T_LABEL)
         message(FATAL_ERROR "velnor_test(${name}): LABEL is required")
     endif()
@@ -147,6 +148,10 @@ function(velnor_test name)
         set(T_MAIN core)
     endif()
     add_executable(${name} ${T_SOURCES})
+    if(VELNOR_TSAN)
+        # Children started by QProcess must not run on the test's own memory.
+        target_sources(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support/CopyingClone.cpp)
+    endif()
     target_link_libraries(${name} PRIVATE ${T_LINK} velnor_testsupport GTest::gtest GTest::gmock)
     if(NOT T_MAIN STREQUAL "none")
         target_link_libraries(${name} PRIVATE velnor_testmain_${T_MAIN})
@@ -154,10 +159,15 @@ function(velnor_test name)
     velnor_warnings(${name})
     # Failures print Qt text as text.
     target_compile_options(${name} PRIVATE -include ${PROJECT_SOURCE_DIR}/tests/support/QtPrinters.h)
+    # Tests that share a LOCK never run at the same time, even under ctest -j.
+    set(lock)
+    if(T_LOCK)
+        set(lock RESOURCE_LOCK ${T_LOCK})
+    endif()
     gtest_discover_tests(${name}
         TEST_PREFIX "${name}."
         DISCOVERY_TIMEOUT 60
-        PROPERTIES LABELS ${T_LABEL} TIMEOUT ${T_TIMEOUT})
+        PROPERTIES LABELS ${T_LABEL} TIMEOUT ${T_TIMEOUT} ${lock})
 endfunction()
 
 # The engine's libraries are its own business: no source outside src/core (and

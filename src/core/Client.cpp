@@ -28,6 +28,9 @@ namespace {
 constexpr std::uint32_t registerExpiry = 300; // refreshed at half of it, far below 900 s
 constexpr std::uint64_t keepaliveMs = 25000;
 constexpr std::uint64_t stopBoundMs = 3000;
+// A registrar answers a REGISTER within milliseconds; one that has said
+// nothing for this long has most likely lost the connection under it.
+constexpr std::uint64_t registerAnswerBoundMs = 3000;
 constexpr const char* caFileOption = "tls-ca-file";
 
 // The address this machine uses to reach the server, for Contact and media:
@@ -56,6 +59,7 @@ Client::Client(SipAccount account, std::shared_ptr<ClientDelegate> delegate, std
     : m_account(std::move(account)), m_delegate(std::move(delegate)), m_host(std::move(host)),
       m_port(port), m_tls(tls) {
     tmr_init(&m_registerTimer);
+    tmr_init(&m_registerGuard);
     tmr_init(&m_stopTimer);
     tmr_init(&m_keepaliveTimer);
     m_domain = m_account.realm.empty() ? m_host : m_account.realm;
@@ -135,6 +139,11 @@ int Client::onAuth(char** user, char** password, const char*, void* arg) {
 int Client::onRegisterSend(sip_transp tp, const struct sa* src, const struct sa*, struct mbuf* mb,
                            void* arg) {
     auto* self = static_cast<Client*>(arg);
+    // A connection that goes before the answer does is noticed by no one else:
+    // the transaction would wait out its 32 s timer.
+    if (!self->m_stopping) {
+        tmr_start(&self->m_registerGuard, registerAnswerBoundMs, onRegisterGuard, self);
+    }
     // The Contact names the address of the connection itself, so that the
     // registrar can send requests back over it.
     return mbuf_printf(mb, "Contact: <sip:%s@%J%s;ob>;expires=%u\r\n",
@@ -167,8 +176,31 @@ void Client::registrationFailed(std::string reason, bool unreachable, std::uint6
     tmr_start(&m_registerTimer, retryMs, onRegisterTimer, this);
 }
 
+void Client::onRegisterGuard(void* arg) {
+    auto* self = static_cast<Client*>(arg);
+    if (self->m_stopping || !self->m_sip) {
+        return;
+    }
+    self->m_registerRequest = static_cast<struct sip_request*>(mem_deref(self->m_registerRequest));
+    self->m_challenges = 0;
+    if (++self->m_unansweredRegisters == 1) {
+        // Once at once, for the connection that went away under the request.
+        warn(format("no answer to the REGISTER from %s in %llu s; sending it again",
+                    self->serverName().c_str(),
+                    static_cast<unsigned long long>(registerAnswerBoundMs / 1000)));
+        self->sendRegister(registerExpiry);
+        return;
+    }
+    // A server that takes our packets and never answers is as good as gone.
+    self->m_unansweredRegisters = 0;
+    self->registrationFailed(format("The server %s does not answer.", self->serverName().c_str()),
+                             true);
+}
+
 void Client::onRegisterResponse(int err, const struct sip_msg* msg, void* arg) {
     auto* self = static_cast<Client*>(arg);
+    tmr_cancel(&self->m_registerGuard);
+    self->m_unansweredRegisters = 0;
     if (self->m_stopping) {
         if (err || (msg && msg->scode >= 200 && msg->scode != 401 && msg->scode != 407)) {
             if (self->m_whenClosed) {
@@ -262,8 +294,15 @@ void Client::onConnectionLost(int err, void* arg) {
     if (self->m_stopping || !self->m_sip) {
         return;
     }
-    warn(format("the connection to %s closed (%s); registering again", self->serverName().c_str(),
-                strerror(err)));
+    if (err == EBADMSG || err == ENOENT || err == EPROTO) {
+        // The SIP library closes a connection on a message it cannot parse.
+        warn(format("the registrar sent a message that could not be read, so its connection to "
+                    "%s was closed; registering again",
+                    self->serverName().c_str()));
+    } else {
+        warn(format("the connection to %s closed (%s); registering again",
+                    self->serverName().c_str(), strerror(err)));
+    }
     // The watch is spent; the next registration's answer starts a new one.
     Loop::instance().post([weak = self->weak_from_this()] {
         auto client = weak.lock();
@@ -589,6 +628,7 @@ void Client::stop() {
         }
         m_calls.clear();
         tmr_cancel(&m_registerTimer);
+        tmr_cancel(&m_registerGuard);
         tmr_cancel(&m_keepaliveTimer);
         tmr_start(&m_stopTimer, stopBoundMs, onStopTimer, this);
         auto closeSip = [this, finish] {
@@ -627,6 +667,7 @@ void Client::stop() {
 
 void Client::teardown() {
     tmr_cancel(&m_registerTimer);
+    tmr_cancel(&m_registerGuard);
     tmr_cancel(&m_stopTimer);
     m_silenced = true;
     m_stopping = true;

@@ -75,6 +75,7 @@ private:
                               struct mbuf* mb, void* arg);
     static void onRegisterResponse(int err, const struct sip_msg* msg, void* arg);
     static void onRegisterTimer(void* arg);
+    static void onRegisterGuard(void* arg);
     static void onConnectionLost(int err, void* arg);
     static void onKeepalive(void* arg);
     static bool onRequest(const struct sip_msg* msg, void* arg);
@@ -113,6 +114,8 @@ private:
     struct sa m_registrar {};
     enum sip_transp m_registrarTransport = SIP_TRANSP_TCP;
     struct tmr m_registerTimer;
+    struct tmr m_registerGuard; // a REGISTER sent and not yet answered
+    int m_unansweredRegisters = 0;
     struct tmr m_stopTimer;
     std::uint32_t m_sentExpiry = 0;
     int m_challenges = 0;

@@ -13,6 +13,8 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <condition_variable>
+#include <mutex>
 #include <thread>
 
 using core::CallState;
@@ -20,6 +22,39 @@ using Kind = core::CallState::Kind;
 using core::RegistrationState;
 
 namespace {
+
+const char* const registrarHead =
+    "  <recv request=\"REGISTER\"/>\n"
+    "  <send><![CDATA[\nSIP/2.0 200 OK\n[last_Via:]\n[last_From:]\n"
+    "[last_To:];tag=[pid]r\n[last_Call-ID:]\n[last_CSeq:]\n"
+    "[last_Contact:]\nExpires: 300\nContent-Length: 0\n\n]]></send>\n";
+
+// A registrar that offers a call over the registration's own connection, as
+// a proxy does; brokenLine, when given, takes the place of the header it names.
+QString offeringRegistrarScenario(const QString& brokenLine, const QString& afterwards) {
+    QStringList headers = {"Via: SIP/2.0/[transport] [local_ip]:[local_port];branch=[branch]",
+                           "From: <sip:mallory@127.0.0.1>;tag=[pid]m",
+                           "To: <sip:alice@127.0.0.1>",
+                           "Call-ID: [call_id]",
+                           "CSeq: 1 INVITE",
+                           "Contact: <sip:mallory@[local_ip]:[local_port];transport=tcp>",
+                           "Max-Forwards: 70",
+                           "Content-Type: application/sdp",
+                           "Content-Length: [len]"};
+    const QString name = brokenLine.section(':', 0, 0) + ":";
+    for (QString& header : headers) {
+        if (!brokenLine.isEmpty() && header.startsWith(name)) {
+            header = brokenLine;
+        }
+    }
+    return QString(
+               "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" ?>\n<scenario name=\"offer\">\n") +
+           registrarHead + "  <pause milliseconds=\"200\"/>\n" +
+           "  <send><![CDATA[\nINVITE sip:alice@127.0.0.1 SIP/2.0\n" + headers.join('\n') +
+           "\n\nv=0\no=- 1 1 IN IP4 [local_ip]\ns=-\nc=IN IP4 [local_ip]\nt=0 0\n"
+           "m=audio [media_port] RTP/AVP 0\na=rtpmap:0 PCMU/8000\n]]></send>\n" +
+           afterwards + "</scenario>\n";
+}
 
 // Relays TCP from a free loopback port to the target port; cut() closes
 // every connection under way, as a NAT or a failing link does.
@@ -46,6 +81,12 @@ public:
         close(m_wake[1]);
     }
     std::string server() const { return "127.0.0.1:" + std::to_string(m_port); }
+    // The next message from the engine is not passed on: its connection is
+    // closed instead, so that the request is under way when the link goes.
+    void cutAtNextRequest() { m_trap = true; }
+    // Connections made from now on go to another port; those under way stay.
+    void retarget(std::uint16_t target) { m_target = target; }
+    bool trapSprung() const { return !m_trap && m_sprung; }
     // Closes the connections now carried; new ones are relayed as before.
     void cut() {
         m_cut = true;
@@ -109,9 +150,14 @@ private:
                 const pollfd& a = fds[2 + 2 * i];
                 const pollfd& b = fds[3 + 2 * i];
                 bool closed = false;
+                if ((a.revents & POLLIN) && m_trap) {
+                    m_sprung = true;
+                    m_trap = false;
+                    closed = true;
+                }
                 for (const auto& [from, to] :
                      {std::pair{a, m_pairs[i].second}, std::pair{b, m_pairs[i].first}}) {
-                    if (from.revents & (POLLIN | POLLHUP | POLLERR)) {
+                    if (!closed && (from.revents & (POLLIN | POLLHUP | POLLERR))) {
                         char buffer[65536];
                         const ssize_t got = recv(from.fd, buffer, sizeof buffer, 0);
                         if (got <= 0 || send(to, buffer, size_t(got), MSG_NOSIGNAL) != got) {
@@ -129,14 +175,40 @@ private:
         }
     }
 
-    std::uint16_t m_target;
+    std::atomic<std::uint16_t> m_target;
     std::uint16_t m_port = 0;
     int m_listener = -1;
     int m_wake[2] = {-1, -1};
     std::atomic<bool> m_running{true};
     std::atomic<bool> m_cut{false};
+    std::atomic<bool> m_trap{false};
+    std::atomic<bool> m_sprung{false};
     std::vector<std::pair<int, int>> m_pairs; // relay thread only
     std::thread m_thread;
+};
+
+// The engine's log lines, for as long as it lives.
+struct LogLines {
+    LogLines() {
+        core::setLogSink([this](core::LogLevel, const std::string& message) {
+            std::lock_guard guard(lock);
+            text += message + "\n";
+            changed.notify_all();
+        });
+    }
+    ~LogLines() { core::setLogSink({}); }
+    std::string all() {
+        std::lock_guard guard(lock);
+        return text;
+    }
+    bool waitFor(const std::string& piece, std::chrono::milliseconds bound = 10s) {
+        std::unique_lock guard(lock);
+        return changed.wait_for(guard, bound,
+                                [&] { return text.find(piece) != std::string::npos; });
+    }
+    std::mutex lock;
+    std::condition_variable changed;
+    std::string text;
 };
 
 // A registration after the first count states.
@@ -198,4 +270,104 @@ TEST(Connection, ACallOutlivesACutConnectionAndItsEndIsStillReported) {
     EXPECT_EQ(events->waitCall(id, Kind::ended), CallState::ended("local"));
     EXPECT_EQ(sipp.waitExit(), 0) << sipp.output();
     client->stop();
+}
+
+TEST(Connection, AConnectionCutDuringTheFirstRegisterIsReplacedWithinFiveSeconds) {
+    QTemporaryDir dir;
+    TestCertificates certs(dir.path());
+    Kamailio kamailio(dir.path(), certs, {});
+    Relay relay(kamailio.tcpPort());
+    relay.cutAtNextRequest();
+    auto events = std::make_shared<Events>();
+    auto client = core::SipClient::init(
+        accountFor(relay.server(), "alice", Kamailio::users().at("alice")), events);
+    client->start();
+    EXPECT_EQ(nextRegistered(*events, 0, 5s), RegistrationState::registered());
+    EXPECT_TRUE(relay.trapSprung()) << "the first REGISTER was never cut";
+    client->stop();
+}
+
+TEST(Connection, AConnectionCutDuringARenewalIsReplacedWithinFiveSeconds) {
+    QTemporaryDir dir;
+    TestCertificates certs(dir.path());
+    Kamailio kamailio(dir.path(), certs, {});
+    Relay relay(kamailio.tcpPort());
+    auto events = std::make_shared<Events>();
+    auto client = core::SipClient::init(
+        accountFor(relay.server(), "alice", Kamailio::users().at("alice")), events);
+    client->start();
+    ASSERT_EQ(events->waitRegistered(), RegistrationState::registered());
+    const size_t before = events->registrations().size();
+    relay.cutAtNextRequest();
+    client->reRegister();
+    EXPECT_EQ(nextRegistered(*events, before, 5s), RegistrationState::registered());
+    EXPECT_TRUE(relay.trapSprung()) << "the renewal was never cut";
+    client->stop();
+}
+
+TEST(Connection, AServerThatTakesTheRegisterAndNeverAnswersIsReportedAsNotAnswering) {
+    // The kernel accepts connections to a listening socket that nobody
+    // serves and takes what is sent: a server that has hung.
+    const int silent = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(bind(silent, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(::listen(silent, 8), 0);
+    socklen_t length = sizeof address;
+    getsockname(silent, reinterpret_cast<sockaddr*>(&address), &length);
+    const std::string server = "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+    auto events = std::make_shared<Events>();
+    auto client =
+        core::SipClient::init(accountFor(server, "alice", Kamailio::users().at("alice")), events);
+    client->start();
+    EXPECT_EQ(events->waitFailed(10s),
+              RegistrationState::failed("The server " + server + " does not answer."));
+    client->stop();
+    close(silent);
+}
+
+namespace {
+
+void unreadableOfferThenAWholeOne(const QString& brokenLine) {
+    QTemporaryDir dir;
+    const std::uint16_t brokenPort = freeLoopbackPort();
+    const std::uint16_t goodPort = freeLoopbackPort();
+    Sipp broken(dir.path(), offeringRegistrarScenario(brokenLine, {}), brokenPort);
+    broken.start();
+    // The second one's offer is whole: it rings, and is turned down.
+    QTemporaryDir goodDir;
+    Sipp good(goodDir.path(),
+              offeringRegistrarScenario({}, "  <recv response=\"100\" optional=\"true\"/>\n"
+                                            "  <recv response=\"180\"/>\n"
+                                            "  <recv response=\"486\"/>\n" +
+                                                QString(registrarHead)),
+              goodPort);
+    good.start();
+    Relay relay(brokenPort);
+    LogLines log;
+    auto events = std::make_shared<Events>();
+    auto client =
+        core::SipClient::init(accountFor(relay.server(), "alice", "alice-secret"), events);
+    client->start();
+    ASSERT_EQ(events->waitRegistered(), RegistrationState::registered());
+    const size_t before = events->registrations().size();
+    relay.retarget(goodPort);
+    EXPECT_TRUE(log.waitFor("the registrar sent a message that could not be read")) << log.all();
+    EXPECT_EQ(nextRegistered(*events, before, 5s), RegistrationState::registered());
+    auto call = events->waitIncoming();
+    EXPECT_EQ(call->remoteNumber(), "mallory");
+    call->hangup();
+    client->stop();
+    EXPECT_EQ(good.waitExit(), 0) << good.output();
+}
+
+} // namespace
+
+TEST(Connection, AnOfferWithACSeqWithoutItsNumberIsDroppedWithASentenceAndTheNextCallRings) {
+    unreadableOfferThenAWholeOne("CSeq: INVITE");
+}
+
+TEST(Connection, AnOfferWithAViaWithoutItsHostIsDroppedWithASentenceAndTheNextCallRings) {
+    unreadableOfferThenAWholeOne("Via: SIP/2.0/TCP");
 }
