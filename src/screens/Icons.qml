@@ -30,6 +30,7 @@ QtObject {
         "xmark": "x",
         // --- end of main window, keypad, tray ---
         // --- call windows ---
+        "circle.grid.3x3.fill": "grid-3x3",
         "arrow.down.right.and.arrow.up.left": "minimize-2",
         "arrow.up.left.and.arrow.down.right": "maximize-2"
     })
