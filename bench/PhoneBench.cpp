@@ -61,18 +61,6 @@ bool waitFor(const std::function<bool()>& condition, int boundMs = 10000) {
     return condition();
 }
 
-nlohmann::json deviceOf(const Kamailio& kamailio) {
-    return {{"deviceId", "dev-bench"},
-            {"name", "Linux of Anna Berger"},
-            {"sipUsername", "alice"},
-            {"password", Kamailio::users().at("alice")},
-            {"realm", "127.0.0.1"},
-            {"srtp", false},
-            {"edge",
-             nlohmann::json::array(
-                 {{{"host", "127.0.0.1"}, {"port", kamailio.tcpPort()}, {"transport", "tcp"}}})}};
-}
-
 // The app started with a kept sign-in and a device already provisioned:
 // process start to "registered" on its bus, then dials over the bus to a
 // party that rings.
@@ -90,7 +78,7 @@ void appFigures() {
                     {"path", "api/me/app-device"},
                     {"status", 200},
                     {"count", 100},
-                    {"body", deviceOf(kamailio)}});
+                    {"body", labDevice(kamailio)}});
     QDir().mkpath(home.configHome() + "/velnor");
     IniSettingsStore settings(home.configHome() + "/velnor/rz.conf");
     settings.setUrl("rz.server", server.url());

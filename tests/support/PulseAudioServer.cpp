@@ -6,6 +6,8 @@
 #include <QProcess>
 #include <QThread>
 
+#include <cmath>
+#include <cstring>
 #include <stdexcept>
 
 namespace {
@@ -252,4 +254,33 @@ void PulseAudioServer::waitForDefault(const QString& query, const QString& name)
         }
         QThread::msleep(10);
     }
+}
+
+std::vector<std::int16_t> PulseAudioServer::record(const QString& source, double seconds,
+                                                   const std::function<void()>& meanwhile) {
+    ChildProcess recorder;
+    recorder.start("parec", {"--device=" + source, "--rate=8000", "--channels=1", "--format=s16le",
+                             "--raw", "--latency-msec=20"});
+    QByteArray bytes;
+    const qsizetype wanted = qsizetype(seconds * 8000) * 2;
+    QDeadlineTimer deadline(qint64(seconds * 1000) + 5000);
+    while (bytes.size() < wanted && !deadline.hasExpired()) {
+        recorder.process().waitForReadyRead(100);
+        bytes += recorder.process().readAllStandardOutput();
+        if (meanwhile) {
+            meanwhile();
+        }
+    }
+    recorder.stop();
+    std::vector<std::int16_t> samples(std::size_t(bytes.size() / 2));
+    std::memcpy(samples.data(), bytes.constData(), samples.size() * 2);
+    return samples;
+}
+
+double PulseAudioServer::rms(const std::vector<std::int16_t>& samples) {
+    double sum = 0;
+    for (std::int16_t s : samples) {
+        sum += double(s) * s;
+    }
+    return samples.empty() ? 0 : std::sqrt(sum / double(samples.size()));
 }

@@ -5,8 +5,11 @@
 #include <QStringList>
 #include <QTemporaryDir>
 
+#include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
+#include <vector>
 
 // A PulseAudio daemon of its own for one test: private runtime and home
 // folders, no hardware, the null sinks and sources the test loads. This
@@ -39,6 +42,12 @@ public:
 
     // Runs pactl against this daemon; throws with its error output on failure.
     QString pactl(const QStringList& arguments);
+    // Seconds of what a source (a sink's monitor) heard, at 8000 Hz mono;
+    // `meanwhile` runs between reads, for a caller whose own events must go on.
+    static std::vector<std::int16_t> record(const QString& source, double seconds,
+                                            const std::function<void()>& meanwhile = {});
+    // The loudness of samples, as their RMS.
+    static double rms(const std::vector<std::int16_t>& samples);
     // Gives the module's index.
     int loadModule(const QString& name, const QStringList& arguments);
     void unloadModule(int index);

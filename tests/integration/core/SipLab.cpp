@@ -601,6 +601,19 @@ core::SipAccount accountFor(const std::string& server, const std::string& user,
     return core::SipAccount{server, "", user, password, false, std::nullopt, false};
 }
 
+nlohmann::json labDevice(const Kamailio& kamailio, const std::string& user, bool tls) {
+    return {
+        {"deviceId", "dev-lab"},
+        {"name", "Linux of Anna Berger"},
+        {"sipUsername", user},
+        {"password", Kamailio::users().at(user)},
+        {"realm", "127.0.0.1"},
+        {"srtp", tls},
+        {"edge", nlohmann::json::array({{{"host", "127.0.0.1"},
+                                         {"port", tls ? kamailio.tlsPort() : kamailio.tcpPort()},
+                                         {"transport", tls ? "tls" : "tcp"}}})}};
+}
+
 AudioLoop::AudioLoop(std::shared_ptr<core::Call> call, int toneHz) : m_call(std::move(call)) {
     // Two threads paced by the clock, as a capture tap and a render callback are.
     m_writer = std::thread([this, toneHz] {

@@ -8,7 +8,9 @@
 #include "core/Core.h"
 
 #include <QTcpSocket>
+
 #include <QTemporaryDir>
+#include <nlohmann/json.hpp>
 
 #include <chrono>
 #include <condition_variable>
@@ -145,6 +147,12 @@ private:
 
 core::SipAccount accountFor(const std::string& server, const std::string& user,
                             const std::string& password);
+
+// What a dashboard answers a device's provisioning, made for one of this
+// kamailio's users: the reply a test has rz-devserver give when the device
+// must register here rather than at rz-devserver's own phone system.
+nlohmann::json labDevice(const Kamailio& kamailio, const std::string& user = "alice",
+                         bool tls = false);
 
 // Plays a tone into a call and records what comes back, frame by frame at the
 // pace of real audio devices, on two threads as the app does.

@@ -34,16 +34,7 @@ protected:
                         {"path", "api/me/app-device"},
                         {"status", 200},
                         {"count", 100},
-                        {"body",
-                         {{"deviceId", "dev-lab"},
-                          {"name", "Linux of Anna Berger"},
-                          {"sipUsername", "alice"},
-                          {"password", Kamailio::users().at("alice")},
-                          {"realm", "127.0.0.1"},
-                          {"srtp", false},
-                          {"edge", nlohmann::json::array({{{"host", "127.0.0.1"},
-                                                           {"port", kamailio.tcpPort()},
-                                                           {"transport", "tcp"}}})}}}});
+                        {"body", labDevice(kamailio)}});
         // A sign-in kept from before, in the Secret Service the app will use.
         Session session(*settings, keychain);
         useSigningInBrowser(session);

@@ -46,25 +46,13 @@ PhoneLab::PhoneLab(Options o)
 
 void PhoneLab::signIn() {
     // rz-devserver hands out devices whose credentials only it knows; the
-    // kamailio of this lab knows its own test users, so the device it offers
-    // is given one of them. Everything else of the reply is the server's.
-    const std::string edgeHost = "127.0.0.1";
-    const int edgePort = options.tls ? kamailio.tlsPort() : kamailio.tcpPort();
-    server.control(
-        "POST", "faults",
-        {{"method", "POST"},
-         {"path", "api/me/app-device"},
-         {"status", 200},
-         {"body",
-          {{"deviceId", "dev-lab"},
-           {"name", "Linux of Anna Berger"},
-           {"sipUsername", options.user},
-           {"password", Kamailio::users().at(options.user)},
-           {"realm", "127.0.0.1"},
-           {"srtp", options.tls},
-           {"edge", nlohmann::json::array({{{"host", edgeHost},
-                                            {"port", edgePort},
-                                            {"transport", options.tls ? "tls" : "tcp"}}})}}}});
+    // kamailio of this lab knows its own test users, so the server is made to
+    // offer a device that is one of them.
+    server.control("POST", "faults",
+                   {{"method", "POST"},
+                    {"path", "api/me/app-device"},
+                    {"status", 200},
+                    {"body", labDevice(kamailio, options.user, options.tls)}});
     session->signIn();
     QDeadlineTimer deadline(15000);
     while (!session->hasError() && !phone->client() && !deadline.hasExpired()) {
@@ -109,19 +97,6 @@ std::vector<std::int16_t> PhoneLab::recordSpeaker(double seconds) {
 }
 
 std::vector<std::int16_t> recordSink(const QString& source, double seconds) {
-    ChildProcess recorder;
-    recorder.start("parec", {"--device=" + source, "--rate=8000", "--channels=1", "--format=s16le",
-                             "--raw", "--latency-msec=20"});
-    QByteArray bytes;
-    const qsizetype wanted = qsizetype(seconds * 8000) * 2;
-    QDeadlineTimer deadline(qint64(seconds * 1000) + 5000);
-    while (bytes.size() < wanted && !deadline.hasExpired()) {
-        recorder.process().waitForReadyRead(100);
-        bytes += recorder.process().readAllStandardOutput();
-        QCoreApplication::processEvents();
-    }
-    recorder.stop();
-    std::vector<std::int16_t> samples(std::size_t(bytes.size() / 2));
-    std::memcpy(samples.data(), bytes.constData(), samples.size() * 2);
-    return samples;
+    // The phone's own events go on while the sink is heard.
+    return PulseAudioServer::record(source, seconds, [] { QCoreApplication::processEvents(); });
 }

@@ -35,16 +35,7 @@ public:
                         {"path", "api/me/app-device"},
                         {"status", 200},
                         {"count", 100},
-                        {"body",
-                         {{"deviceId", "dev-lab"},
-                          {"name", "Linux of Anna Berger"},
-                          {"sipUsername", "alice"},
-                          {"password", Kamailio::users().at("alice")},
-                          {"realm", "127.0.0.1"},
-                          {"srtp", false},
-                          {"edge", nlohmann::json::array({{{"host", "127.0.0.1"},
-                                                           {"port", kamailio.tcpPort()},
-                                                           {"transport", "tcp"}}})}}}});
+                        {"body", labDevice(kamailio)}});
         Session session(*settings, keychain);
         useSigningInBrowser(session);
         session.signIn();
@@ -166,24 +157,7 @@ public:
 
     // The loudness of what the speaker played over some seconds, as RMS of 16-bit samples.
     double speakerLevel(double seconds) {
-        ChildProcess recorder;
-        recorder.start("parec", {"--device=speaker.monitor", "--rate=8000", "--channels=1",
-                                 "--format=s16le", "--raw", "--latency-msec=20"});
-        QByteArray bytes;
-        const qsizetype wanted = qsizetype(seconds * 8000) * 2;
-        QDeadlineTimer deadline(qint64(seconds * 1000) + 5000);
-        while (bytes.size() < wanted && !deadline.hasExpired()) {
-            recorder.process().waitForReadyRead(100);
-            bytes += recorder.process().readAllStandardOutput();
-        }
-        recorder.stop();
-        std::vector<std::int16_t> samples(std::size_t(bytes.size() / 2));
-        std::memcpy(samples.data(), bytes.constData(), samples.size() * 2);
-        double sum = 0;
-        for (std::int16_t s : samples) {
-            sum += double(s) * s;
-        }
-        return samples.empty() ? 0 : std::sqrt(sum / double(samples.size()));
+        return PulseAudioServer::rms(PulseAudioServer::record("speaker.monitor", seconds));
     }
 
     // Whether the sound server plays the theme's ring for anyone.

@@ -19,24 +19,7 @@ class RingSound : public testing::Test {
 protected:
     // RMS of 16-bit samples the speaker played over the given seconds.
     double speakerLevel(double seconds) {
-        ChildProcess recorder;
-        recorder.start("parec", {"--device=speaker.monitor", "--rate=8000", "--channels=1",
-                                 "--format=s16le", "--raw", "--latency-msec=20"});
-        QByteArray bytes;
-        const qsizetype wanted = qsizetype(seconds * 8000) * 2;
-        QDeadlineTimer deadline(qint64(seconds * 1000) + 5000);
-        while (bytes.size() < wanted && !deadline.hasExpired()) {
-            recorder.process().waitForReadyRead(100);
-            bytes += recorder.process().readAllStandardOutput();
-        }
-        recorder.stop();
-        std::vector<std::int16_t> samples(std::size_t(bytes.size() / 2));
-        std::memcpy(samples.data(), bytes.constData(), samples.size() * 2);
-        double sum = 0;
-        for (std::int16_t s : samples) {
-            sum += double(s) * s;
-        }
-        return samples.empty() ? 0 : std::sqrt(sum / double(samples.size()));
+        return PulseAudioServer::rms(PulseAudioServer::record("speaker.monitor", seconds));
     }
 
     bool streamPlaying() {
