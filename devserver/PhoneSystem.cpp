@@ -405,16 +405,8 @@ void PhoneSystem::startColleagues() {
                     outbound + "\";regint=600;answermode=manual;audio_codecs=pcmu,pcma\n";
     }
     writeFile(home + "/accounts", accounts);
-    m_colleaguesProcess.start("baresip", {"-f", home, "-n", "127.0.0.1", "-t", "86400"}, home);
-    m_colleaguesControl =
-        std::make_unique<BaresipControl>(QStringLiteral("colleagues"), m_colleaguesControlPort);
-    connect(m_colleaguesControl.get(), &BaresipControl::event, this, &PhoneSystem::colleagueEvent);
-    connect(m_colleaguesControl.get(), &BaresipControl::failed, this, &PhoneSystem::failed);
-    connect(m_colleaguesControl.get(), &BaresipControl::ready, this, [this] {
-        m_listening.insert("colleagues");
-        checkReady();
-    });
-    m_colleaguesControl->connectWithin(startBoundMs);
+    m_colleaguesControl = startBaresip(m_colleaguesProcess, home, QStringLiteral("colleagues"),
+                                       m_colleaguesControlPort, &PhoneSystem::colleagueEvent);
 }
 
 void PhoneSystem::startRecorder() {
@@ -424,16 +416,23 @@ void PhoneSystem::startRecorder() {
     writeFile(home + "/accounts",
               "<sip:voicemail@127.0.0.1:" + QByteArray::number(m_recorderSip) +
                   ";transport=tcp>;regint=0;answermode=auto;audio_codecs=pcmu,pcma\n");
-    m_recorderProcess.start("baresip", {"-f", home, "-n", "127.0.0.1", "-t", "86400"}, home);
-    m_recorderControl =
-        std::make_unique<BaresipControl>(QStringLiteral("voicemail"), m_recorderControlPort);
-    connect(m_recorderControl.get(), &BaresipControl::event, this, &PhoneSystem::recorderEvent);
-    connect(m_recorderControl.get(), &BaresipControl::failed, this, &PhoneSystem::failed);
-    connect(m_recorderControl.get(), &BaresipControl::ready, this, [this] {
-        m_listening.insert("voicemail");
+    m_recorderControl = startBaresip(m_recorderProcess, home, QStringLiteral("voicemail"),
+                                     m_recorderControlPort, &PhoneSystem::recorderEvent);
+}
+
+std::unique_ptr<BaresipControl>
+PhoneSystem::startBaresip(Daemon& daemon, const QString& home, const QString& name,
+                          quint16 controlPort, void (PhoneSystem::*events)(const Json&)) {
+    daemon.start("baresip", {"-f", home, "-n", "127.0.0.1", "-t", "86400"}, home);
+    auto control = std::make_unique<BaresipControl>(name, controlPort);
+    connect(control.get(), &BaresipControl::event, this, events);
+    connect(control.get(), &BaresipControl::failed, this, &PhoneSystem::failed);
+    connect(control.get(), &BaresipControl::ready, this, [this, name] {
+        m_listening.insert(name.toStdString());
         checkReady();
     });
-    m_recorderControl->connectWithin(startBoundMs);
+    control->connectWithin(startBoundMs);
+    return control;
 }
 
 void PhoneSystem::probe(quint16 port, const char* what) {

@@ -93,6 +93,10 @@ private:
     void startKamailio();
     void startColleagues();
     void startRecorder();
+    // A baresip with its home folder, and the control connection that reports it ready.
+    std::unique_ptr<BaresipControl> startBaresip(Daemon& daemon, const QString& home,
+                                                 const QString& name, quint16 controlPort,
+                                                 void (PhoneSystem::*events)(const rzdev::Json&));
     void startSipp(Daemon& daemon, const QString& scenario, quint16 port, quint16 mediaPort);
     QString baresipConfig(const QString& home, quint16 sipPort, quint16 controlPort,
                           const QString& source, bool record);

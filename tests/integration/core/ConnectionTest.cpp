@@ -187,30 +187,6 @@ private:
     std::thread m_thread;
 };
 
-// The engine's log lines, for as long as it lives.
-struct LogLines {
-    LogLines() {
-        core::setLogSink([this](core::LogLevel, const std::string& message) {
-            std::lock_guard guard(lock);
-            text += message + "\n";
-            changed.notify_all();
-        });
-    }
-    ~LogLines() { core::setLogSink({}); }
-    std::string all() {
-        std::lock_guard guard(lock);
-        return text;
-    }
-    bool waitFor(const std::string& piece, std::chrono::milliseconds bound = 10s) {
-        std::unique_lock guard(lock);
-        return changed.wait_for(guard, bound,
-                                [&] { return text.find(piece) != std::string::npos; });
-    }
-    std::mutex lock;
-    std::condition_variable changed;
-    std::string text;
-};
-
 // A registration after the first count states.
 RegistrationState nextRegistered(Events& events, size_t after, std::chrono::milliseconds bound) {
     return events.waitRegistration(

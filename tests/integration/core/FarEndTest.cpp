@@ -125,31 +125,6 @@ struct Lab {
     }
 };
 
-// The engine's log lines, for as long as it lives.
-struct LogLines {
-    LogLines() {
-        core::setLogSink([this](core::LogLevel, const std::string& message) {
-            std::lock_guard guard(lock);
-            text += message + "\n";
-            changed.notify_all();
-        });
-    }
-    ~LogLines() { core::setLogSink({}); }
-    std::string all() {
-        std::lock_guard guard(lock);
-        return text;
-    }
-    // Waits, within the bound, until a line with this text was logged.
-    bool waitFor(const std::string& piece, std::chrono::milliseconds bound = 10s) {
-        std::unique_lock guard(lock);
-        return changed.wait_for(guard, bound,
-                                [&] { return text.find(piece) != std::string::npos; });
-    }
-    std::mutex lock;
-    std::condition_variable changed;
-    std::string text;
-};
-
 } // namespace
 
 TEST(FarEnd, AHoldFromTheFarEndIsAnsweredRecvonlyAndLoggedAsSuch) {

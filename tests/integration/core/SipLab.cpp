@@ -596,6 +596,28 @@ int Events::total() {
     return m_total;
 }
 
+LogLines::LogLines() {
+    core::setLogSink([this](core::LogLevel, const std::string& message) {
+        std::lock_guard guard(lock);
+        text += message + "\n";
+        changed.notify_all();
+    });
+}
+
+LogLines::~LogLines() {
+    core::setLogSink({});
+}
+
+std::string LogLines::all() {
+    std::lock_guard guard(lock);
+    return text;
+}
+
+bool LogLines::waitFor(const std::string& piece, std::chrono::milliseconds bound) {
+    std::unique_lock guard(lock);
+    return changed.wait_for(guard, bound, [&] { return text.find(piece) != std::string::npos; });
+}
+
 core::SipAccount accountFor(const std::string& server, const std::string& user,
                             const std::string& password) {
     return core::SipAccount{server, "", user, password, false, std::nullopt, false};

@@ -145,6 +145,19 @@ private:
     int m_total = 0;
 };
 
+// The engine's log lines, for as long as it lives.
+struct LogLines {
+    LogLines();
+    ~LogLines();
+    std::string all();
+    // Waits, within the bound, until a line with this text was logged.
+    bool waitFor(const std::string& piece, std::chrono::milliseconds bound = 10s);
+
+    std::mutex lock;
+    std::condition_variable changed;
+    std::string text;
+};
+
 core::SipAccount accountFor(const std::string& server, const std::string& user,
                             const std::string& password);
 

@@ -1,7 +1,7 @@
 #include "telephony/Phone.h"
 
-#include "FakeCore.h"
 #include "ManualClock.h"
+#include "PhoneFixture.h"
 #include "audio/NullBackend.h"
 #include "telephony/CallAudio.h"
 
@@ -20,54 +20,9 @@ using core::CallState;
 using core::CoreError;
 using core::RegistrationState;
 
-class PhoneCallTest : public testing::Test {
+class PhoneCallTest : public PhoneFixture {
 protected:
-    PhoneCallTest() {
-        phone.setClientFactory(
-            [this](const core::SipAccount& account, std::shared_ptr<core::ClientDelegate> d) {
-                auto client = std::make_shared<FakeClient>(account, std::move(d));
-                clients.push_back(client);
-                return client;
-            });
-        phone.setAccount({"127.0.0.1:5060", "rz.local", "ada", "secret", ""});
-        phone.onCallEnded = [this] { ++ended; };
-    }
-
-    FakeClient& client() { return *clients.back(); }
-
-    void registered() {
-        phone.start();
-        phone.registrationChanged(RegistrationState::registered());
-    }
-
-    QUuid dialled(const QString& number = "204") {
-        phone.dial(number);
-        EXPECT_TRUE(phone.activeCall());
-        return phone.activeCall() ? phone.activeCall()->uuid : QUuid();
-    }
-
-    std::shared_ptr<FakeCoreCall> incoming(const std::string& id, const std::string& number,
-                                           std::optional<std::string> name = {}) {
-        auto call = std::make_shared<FakeCoreCall>(id, number, std::move(name));
-        phone.incomingCall(call);
-        return call;
-    }
-
-    void settle(const std::function<bool()>& until, int boundMs = 5000) {
-        QDeadlineTimer deadline(boundMs);
-        while (!until() && !deadline.hasExpired()) {
-            QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        }
-    }
-
-    const Recents::Entry& newest() { return phone.recents().entries().front(); }
     int stores() { return settings.data("recents.v1") ? 1 : 0; }
-
-    MemorySettingsStore settings;
-    ManualClock clock;
-    Phone phone{settings, std::make_shared<NullBackend>(), clock};
-    std::vector<std::shared_ptr<FakeClient>> clients;
-    int ended = 0;
 };
 
 } // namespace

@@ -1,7 +1,7 @@
 #include "telephony/Phone.h"
 
-#include "FakeCore.h"
 #include "ManualClock.h"
+#include "PhoneFixture.h"
 #include "StderrCapture.h"
 #include "audio/NullBackend.h"
 #include "telephony/CallAudio.h"
@@ -23,63 +23,7 @@ using core::CallState;
 using core::CoreError;
 using core::RegistrationState;
 
-class PhoneTest : public testing::Test {
-protected:
-    PhoneTest() {
-        phone.setClientFactory([this](const core::SipAccount& account,
-                                      std::shared_ptr<core::ClientDelegate> delegate) {
-            if (refuseInit) {
-                throw *refuseInit;
-            }
-            auto client = std::make_shared<FakeClient>(account, std::move(delegate));
-            if (refuseStart) {
-                client->refuseStart = refuseStart;
-            }
-            clients.push_back(client);
-            return client;
-        });
-        phone.setAccount({"127.0.0.1:5060", "rz.local", "ada", "secret", ""});
-    }
-
-    FakeClient& client() { return *clients.back(); }
-
-    // Starts the phone and has the engine report it registered.
-    void registered() {
-        phone.start();
-        phone.registrationChanged(RegistrationState::registered());
-    }
-
-    // An outgoing call the engine has taken; gives its uuid.
-    QUuid dialled(const QString& number = "204") {
-        phone.dial(number);
-        EXPECT_TRUE(phone.activeCall());
-        return phone.activeCall()->uuid;
-    }
-
-    std::shared_ptr<FakeCoreCall> incoming(const std::string& id, const std::string& number,
-                                           std::optional<std::string> name = {}) {
-        auto call = std::make_shared<FakeCoreCall>(id, number, std::move(name));
-        phone.incomingCall(call);
-        return call;
-    }
-
-    // Lets queued events (the engine's, the audio's completion) run, for at most the bound.
-    void settle(const std::function<bool()>& until, int boundMs = 2000) {
-        QDeadlineTimer deadline(boundMs);
-        while (!until() && !deadline.hasExpired()) {
-            QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        }
-    }
-
-    const Recents::Entry& newest() { return phone.recents().entries().front(); }
-
-    MemorySettingsStore settings;
-    ManualClock clock;
-    Phone phone{settings, std::make_shared<NullBackend>(), clock};
-    std::vector<std::shared_ptr<FakeClient>> clients;
-    std::optional<CoreError> refuseInit;
-    std::optional<CoreError> refuseStart;
-};
+using PhoneTest = PhoneFixture;
 
 } // namespace
 
