@@ -7,6 +7,8 @@
 #include <QDir>
 #include <QEventLoop>
 #include <QFile>
+#include <QProcess>
+#include <QThread>
 #include <QTimer>
 
 #include <stdexcept>
@@ -181,4 +183,42 @@ VirtualDisplay::VirtualDisplay() {
         fail("Xvfb gave no display number");
     }
     m_display = ":" + QString::fromLatin1(number);
+}
+
+namespace {
+
+QString runOnDisplay(const QString& display, const QString& program, const QStringList& arguments) {
+    QProcess tool;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("DISPLAY", display);
+    tool.setProcessEnvironment(environment);
+    tool.start(program, arguments);
+    if (!tool.waitForFinished(5000)) {
+        tool.kill();
+        tool.waitForFinished();
+        return {};
+    }
+    return QString::fromUtf8(tool.readAllStandardOutput()).trimmed();
+}
+
+} // namespace
+
+WindowManager::WindowManager(const QString& display) : m_display(display) {
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("DISPLAY", display);
+    // No session manager; the user's own configuration is not read (a home of the test's).
+    m_manager.start("openbox", {"--sm-disable"}, environment);
+    // A manager that has taken the display names its check window on the root.
+    QDeadlineTimer deadline(std::chrono::seconds(10));
+    while (!runOnDisplay(display, "xprop", {"-root", "_NET_SUPPORTING_WM_CHECK"})
+                .contains("window id")) {
+        if (deadline.hasExpired() || !m_manager.running()) {
+            fail("openbox did not take the display " + display);
+        }
+        QThread::msleep(20);
+    }
+}
+
+QString WindowManager::activeWindow() const {
+    return runOnDisplay(m_display, "xdotool", {"getactivewindow"});
 }

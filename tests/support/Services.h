@@ -97,3 +97,19 @@ private:
     ChildProcess m_server;
     QString m_display;
 };
+
+// A window manager (openbox) on a display, as a desktop has one: windows are
+// stacked, focused and activated by it, so a test can see which one the user
+// would have in front.
+class WindowManager {
+public:
+    // Returns once the manager has taken the display; throws when it did not in time.
+    explicit WindowManager(const QString& display);
+
+    // The window the manager has made active (decimal id as xdotool prints it), or empty.
+    QString activeWindow() const;
+
+private:
+    QString m_display;
+    ChildProcess m_manager;
+};

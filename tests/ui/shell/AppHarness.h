@@ -153,6 +153,7 @@ protected:
     SecretService secrets{bus};
     DevServer server;
     VirtualDisplay display;
+    WindowManager windowManager{display.display()};
     QTemporaryDir scripts;
     QString browser;
     ChildProcess app;

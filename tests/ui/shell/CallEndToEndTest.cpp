@@ -34,12 +34,21 @@ TEST_F(CallEndToEnd, ACallerRingsIsNotifiedAndAnsweredFromTheNotification) {
 
     EXPECT_TRUE(ringPlaying());
 
+    // The user is busy in another window when the call comes.
+    const QString mainWindow = run("xdotool", {"search", "--onlyvisible", "--name", "^velnor RZ$"});
+    ASSERT_FALSE(mainWindow.isEmpty());
+    run("xdotool", {"windowactivate", "--sync", mainWindow});
+    ASSERT_EQ(windowManager.activeWindow(), mainWindow);
+
     choose("answer");
     ASSERT_TRUE(waitFor([&] { return callStatus() == "connected"; }, 10000))
         << callStatus().toStdString();
     EXPECT_TRUE(offeredMenu().contains("Answer")) << offeredMenu().toStdString();
     EXPECT_TRUE(offeredMenu().contains("Decline")) << offeredMenu().toStdString();
     carol->waitEvent({"CALL_ESTABLISHED"});
+    // Answering from the notification brings the call window to the front.
+    EXPECT_TRUE(waitFor([&] { return windowManager.activeWindow() == callWindowId(); }, 5000))
+        << windowManager.activeWindow().toStdString() << " " << callWindowId().toStdString();
     EXPECT_TRUE(waitFor([&] { return notificationsShown() == 0; }, 5000));
     // The ring stopped at once and does not come back over more than one ring's period
     // (the speaker now plays the caller's voice, so the stream is what tells).

@@ -185,6 +185,7 @@ public:
     DevServer server{{"--auto-approve", "u-001"}};
     std::unique_ptr<IniSettingsStore> settings;
     VirtualDisplay display;
+    WindowManager windowManager{display.display()};
     QString menuScript;
     ChildProcess dunst;
     ChildProcess app;

@@ -110,6 +110,15 @@ protected:
         return QString::fromUtf8(search.readAllStandardOutput()).trimmed();
     }
 
+    // The id of the visible window whose title matches, or empty; no waiting.
+    QString windowId(const QString& title) {
+        QProcess search;
+        search.setProcessEnvironment(environment());
+        search.start("xdotool", {"search", "--onlyvisible", "--name", title});
+        search.waitForFinished(10000);
+        return QString::fromUtf8(search.readAllStandardOutput()).trimmed();
+    }
+
     int visibleMainWindows() {
         QProcess search;
         search.setProcessEnvironment(environment());
@@ -142,6 +151,13 @@ TEST_F(Desktop, ANumberTypedOnTheKeypadAndEnterCallTheEchoTest) {
     ASSERT_TRUE(waitFor([&] { return !activeCall().isEmpty(); }));
     EXPECT_EQ(activeCall().value("number").toString(), "999");
     EXPECT_TRUE(activeCall().value("outgoing").toBool());
+    // The call window opens in front of the main window.
+    QString callWindow;
+    EXPECT_TRUE(waitFor([&] {
+        callWindow = windowId("^Call$");
+        return !callWindow.isEmpty() && windowManager.activeWindow() == callWindow;
+    })) << callWindow.toStdString()
+        << " " << windowManager.activeWindow().toStdString();
     // The echo test answers; the call is up until it is hung up.
     ASSERT_TRUE(waitFor([&] { return activeCall().value("status") == "connected"; }, 20000))
         << activeCall().value("status").toString().toStdString();
