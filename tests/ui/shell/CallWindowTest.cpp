@@ -99,6 +99,12 @@ protected:
     }
 
     QImage screenshot(const QString& name) {
+        // The window follows its content's size; the new size reaches the
+        // scene through the platform's resize, which comes as an event.
+        QQuickItem* root = window()->contentItem();
+        EXPECT_TRUE(QTest::qWaitFor([&] {
+            return root->width() == window()->width() && root->height() == window()->height();
+        }));
         QImage image = window()->grabWindow();
         QDir().mkpath(VELNOR_SCREENSHOTS);
         image.save(QString(VELNOR_SCREENSHOTS) + "/" + name + ".png");
