@@ -193,14 +193,12 @@ void Application::applyKeepInTray() {
                 {QStringLiteral("session"), QVariant::fromValue<QObject*>(m_session.get())},
                 {QStringLiteral("phone"), QVariant::fromValue<QObject*>(m_phone.get())},
                 {QStringLiteral("shell"), QVariant::fromValue<QObject*>(m_shellState.get())}});
+        connect(m_tray.get(), &TrayIcon::installedChanged, this,
+                [this] { m_shellState->setTrayShown(m_tray && m_tray->installed()); });
     }
     // Where the desktop shows no tray the app still stays for calls; starting
-    // it again shows the window.
-    const bool shown = m_tray->install();
-    if (!shown) {
-        m_tray.reset();
-    }
-    m_shellState->setTrayShown(shown);
+    // it again shows the window. A tray that starts later takes the icon then.
+    m_shellState->setTrayShown(m_tray->install());
 }
 
 void Application::openSettings() {

@@ -2,10 +2,13 @@
 
 #include "platform/Log.h"
 #include "shell/ShellState.h"
+#include "shell/StatusNotifierItem.h"
 #include "telephony/Phone.h"
 
 #include <QApplication>
 #include <QCursor>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
 #include <QIcon>
 #include <QPainter>
 #include <QPixmap>
@@ -69,45 +72,93 @@ QString TrayIcon::tooltip(const QString& registrationWord) {
     return QStringLiteral("velnor RZ — %1").arg(registrationWord);
 }
 
+bool TrayIcon::installed() const {
+    return m_icon || (m_item && m_item->shown());
+}
+
 bool TrayIcon::install() {
-    if (m_icon) {
-        return true;
+    if (m_item || m_icon) {
+        return installed();
     }
     // The tray belongs to the widgets module, which needs its application object.
-    if (!qobject_cast<QApplication*>(QCoreApplication::instance()) ||
-        !QSystemTrayIcon::isSystemTrayAvailable()) {
+    if (!qobject_cast<QApplication*>(QCoreApplication::instance())) {
         Log::info(Log::app, QStringLiteral("This desktop shows no tray"));
         return false;
     }
-    m_icon = std::make_unique<QSystemTrayIcon>();
+    m_item = std::make_unique<StatusNotifierItem>(QDBusConnection::sessionBus());
+    connect(m_item.get(), &StatusNotifierItem::shownChanged, this, &TrayIcon::followTrays);
+    connect(m_item.get(), &StatusNotifierItem::activated, this, [this](const QPoint& at) {
+        m_clickedAt = at;
+        toggle();
+    });
+    followTrays();
+    if (!installed() && !m_item->shown()) {
+        QDBusConnectionInterface* bus = QDBusConnection::sessionBus().interface();
+        const bool watcher = bus && bus->isServiceRegistered(
+                                        QString::fromLatin1(StatusNotifierItem::watcherService));
+        if (!watcher) {
+            Log::info(Log::app, QStringLiteral("This desktop shows no tray"));
+        }
+    }
+    return installed();
+}
+
+// The StatusNotifierItem tray wins whenever it shows the icon; the XEmbed
+// icon stands in only while no such tray is on the bus.
+void TrayIcon::followTrays() {
+    if (m_item && m_item->shown()) {
+        m_icon.reset();
+    } else if (!m_icon) {
+        QDBusConnectionInterface* bus = QDBusConnection::sessionBus().interface();
+        const bool watcher = bus && bus->isServiceRegistered(
+                                        QString::fromLatin1(StatusNotifierItem::watcherService));
+        if (!watcher && QSystemTrayIcon::isSystemTrayAvailable()) {
+            m_icon = std::make_unique<QSystemTrayIcon>();
+            connect(m_icon.get(), &QSystemTrayIcon::activated, this,
+                    [this](QSystemTrayIcon::ActivationReason reason) {
+                        if (reason == QSystemTrayIcon::Trigger ||
+                            reason == QSystemTrayIcon::Context) {
+                            m_clickedAt = {};
+                            toggle();
+                        }
+                    });
+        }
+    }
     refresh();
-    connect(m_icon.get(), &QSystemTrayIcon::activated, this,
-            [this](QSystemTrayIcon::ActivationReason reason) {
-                if (reason == QSystemTrayIcon::Trigger || reason == QSystemTrayIcon::Context) {
-                    toggle();
-                }
-            });
-    m_icon->show();
-    Log::info(Log::app, QStringLiteral("Tray icon shown"));
-    emit installedChanged();
-    return true;
+    if (m_icon) {
+        m_icon->show();
+    }
+    const bool now = installed();
+    if (now != m_wasInstalled) {
+        m_wasInstalled = now;
+        Log::info(Log::app,
+                  now ? QStringLiteral("Tray icon shown") : QStringLiteral("The tray went away"));
+        emit installedChanged();
+    }
 }
 
 void TrayIcon::remove() {
     hidePanel();
-    if (m_icon) {
-        m_icon.reset();
+    const bool was = installed();
+    m_icon.reset();
+    m_item.reset();
+    m_wasInstalled = false;
+    if (was) {
         emit installedChanged();
     }
 }
 
 void TrayIcon::refresh() {
-    if (!m_icon) {
-        return;
-    }
     const auto kind = m_phone.registration().kind;
-    m_icon->setIcon(iconFor(kind));
-    m_icon->setToolTip(tooltip(ShellState::registrationWordOf(m_phone)));
+    const QString tip = tooltip(ShellState::registrationWordOf(m_phone));
+    if (m_item) {
+        m_item->setIcon(iconFor(kind));
+        m_item->setToolTip(QStringLiteral("velnor RZ"), ShellState::registrationWordOf(m_phone));
+    }
+    if (m_icon) {
+        m_icon->setIcon(iconFor(kind));
+        m_icon->setToolTip(tip);
+    }
 }
 
 bool TrayIcon::makePanel() {
@@ -130,9 +181,15 @@ bool TrayIcon::makePanel() {
 
 QRect TrayIcon::anchor() const {
     const QRect geometry = m_icon ? m_icon->geometry() : QRect();
-    // A StatusNotifierItem host does not say where the icon is: the pointer
-    // that clicked it is the best guess.
-    return geometry.isValid() ? geometry : QRect(QCursor::pos(), QSize(1, 1));
+    if (geometry.isValid()) {
+        return geometry;
+    }
+    // A StatusNotifierItem host gives the click's place, when it gives one;
+    // else the pointer that clicked is the best guess.
+    if (!m_clickedAt.isNull()) {
+        return QRect(m_clickedAt, QSize(1, 1));
+    }
+    return QRect(QCursor::pos(), QSize(1, 1));
 }
 
 void TrayIcon::toggle() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QObject>
+#include <QPoint>
 #include <QPointer>
 #include <QQuickWindow>
 #include <QRect>
@@ -11,6 +12,7 @@
 class Phone;
 class QQmlEngine;
 class QSystemTrayIcon;
+class StatusNotifierItem;
 
 // The app's icon in the desktop's tray (StatusNotifierItem, or XEmbed where
 // that is what the desktop has) and the compact phone panel it opens. The
@@ -23,12 +25,15 @@ public:
              QObject* parent = nullptr);
     ~TrayIcon() override;
 
-    // Puts the icon up; false where the desktop shows no tray (GNOME
-    // without an AppIndicator extension) or no QApplication runs.
+    // Puts the icon up and keeps it up: in a StatusNotifierItem tray
+    // whenever one is there (also one that starts later), else in an XEmbed
+    // tray. True when the icon shows at once; installedChanged tells of a tray
+    // that takes it later or goes away. False where no QApplication runs.
     bool install();
     // Takes the icon and the panel down.
     void remove();
-    bool installed() const { return m_icon != nullptr; }
+    // Whether a tray shows the icon now.
+    bool installed() const;
 
     // Opens the panel beside the icon, or closes it when it shows.
     void toggle();
@@ -43,12 +48,19 @@ signals:
 
 private:
     void refresh();
+    void followTrays();
     QRect anchor() const;
     bool makePanel();
 
     Phone& m_phone;
     QQmlEngine& m_engine;
     QVariantMap m_panelProperties;
+    // The desktop's StatusNotifierItem tray, spoken to directly.
+    std::unique_ptr<StatusNotifierItem> m_item;
+    // The toolkit's icon, for an XEmbed tray when no StatusNotifierItem tray is there.
     std::unique_ptr<QSystemTrayIcon> m_icon;
+    bool m_wasInstalled = false;
+    // Where the tray's host said it was clicked.
+    QPoint m_clickedAt;
     QPointer<QQuickWindow> m_panel;
 };

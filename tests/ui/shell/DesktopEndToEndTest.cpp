@@ -2,6 +2,7 @@
 
 #include "PulseAudioServer.h"
 
+#include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusVariant>
@@ -213,4 +214,71 @@ TEST_F(Desktop, TheTrayIconShowsAndWithTheWindowClosedTheAppLivesOnAndStillTakes
     EXPECT_EQ(second.exitCode(), 0);
     EXPECT_TRUE(waitFor([&] { return visibleMainWindows() == 1; }));
     EXPECT_EQ(visibleMainWindows(), 1);
+}
+
+TEST_F(Desktop, AStatusNotifierTrayThatStartsAfterTheAppShowsTheIconAndItsClickOpensThePanel) {
+    // The app starts before the desktop's panel, as a login may start them.
+    startSignedIn("This desktop shows no tray");
+    // A StatusNotifierItem tray with its own watcher, drawn along the top of the screen.
+    ChildProcess tray;
+    tray.start("gtk-sni-tray-standalone", {"--watcher", "--top", "--end", "--size", "28"},
+               environment());
+    waitForLine("Tray icon shown");
+
+    // The tray's watcher holds the app's item, and the item says the registration.
+    QDBusMessage items =
+        QDBusMessage::createMethodCall("org.kde.StatusNotifierWatcher", "/StatusNotifierWatcher",
+                                       "org.freedesktop.DBus.Properties", "Get");
+    items << QString("org.kde.StatusNotifierWatcher") << QString("RegisteredStatusNotifierItems");
+    const QDBusMessage held = connection->call(items, QDBus::Block, 5000);
+    ASSERT_EQ(held.type(), QDBusMessage::ReplyMessage) << held.errorMessage().toStdString();
+    const QStringList registered =
+        held.arguments().value(0).value<QDBusVariant>().variant().toStringList();
+    ASSERT_EQ(registered.size(), 1) << registered.join(' ').toStdString();
+    QDBusMessage tip = QDBusMessage::createMethodCall(registered.first(), "/StatusNotifierItem",
+                                                      "org.freedesktop.DBus.Properties", "Get");
+    tip << QString("org.kde.StatusNotifierItem") << QString("ToolTip");
+    const QDBusMessage toolTip = connection->call(tip, QDBus::Block, 5000);
+    ASSERT_EQ(toolTip.type(), QDBusMessage::ReplyMessage) << toolTip.errorMessage().toStdString();
+    const QDBusArgument tipValue =
+        toolTip.arguments().value(0).value<QDBusVariant>().variant().value<QDBusArgument>();
+    QString iconName, title, description;
+    tipValue.beginStructure();
+    tipValue >> iconName;
+    tipValue.beginArray();
+    tipValue.endArray();
+    tipValue >> title >> description;
+    tipValue.endStructure();
+    EXPECT_EQ(title, "velnor RZ");
+    EXPECT_EQ(description, "Online");
+
+    // The window closed, a click on the icon at the top right opens the panel.
+    const QString id = mainWindowId();
+    ASSERT_FALSE(id.isEmpty());
+    ASSERT_EQ(xdotool({"windowfocus", "--sync", id}), 0);
+    ASSERT_EQ(xdotool({"key", "ctrl+w"}), 0);
+    EXPECT_TRUE(waitFor([&] { return visibleMainWindows() == 0; }));
+    QDir().mkpath(VELNOR_SCREENSHOTS);
+    grabScreen().copy(1080, 0, 200, 40).save(QString(VELNOR_SCREENSHOTS) + "/sni-tray-icon.png");
+    ASSERT_EQ(xdotool({"mousemove", "1267", "14", "click", "1"}), 0);
+    ASSERT_TRUE(waitFor([&] { return visibleMainWindows() == 1; }));
+    // The one window is the panel, below the icon at the top right.
+    QProcess where;
+    where.setProcessEnvironment(environment());
+    where.start("xdotool", {"getwindowgeometry", "--shell", windowId("^velnor RZ$")});
+    ASSERT_TRUE(where.waitForFinished(10000));
+    const QString geometry = QString::fromUtf8(where.readAllStandardOutput());
+    const auto value = [&](const QString& key) {
+        for (const QString& line : geometry.split('\n')) {
+            if (line.startsWith(key + "=")) {
+                return line.mid(key.size() + 1).toInt();
+            }
+        }
+        return -1;
+    };
+    EXPECT_GE(value("X") + value("WIDTH"), 1200) << geometry.toStdString();
+    EXPECT_GE(value("Y"), 28) << geometry.toStdString();
+    EXPECT_LT(value("Y"), 100) << geometry.toStdString();
+    grabScreen().save(QString(VELNOR_SCREENSHOTS) + "/sni-tray-panel.png");
+    EXPECT_TRUE(app.running());
 }
