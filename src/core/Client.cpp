@@ -16,9 +16,11 @@ extern "C" struct ssl_ctx_st* tls_openssl_context(const struct tls* tls);
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <condition_variable>
 #include <cstring>
 #include <string_view>
+#include <strings.h>
 #include <thread>
 
 namespace core {
@@ -303,8 +305,12 @@ void Client::onConnectionLost(int err, void* arg) {
         warn(format("the connection to %s closed (%s); registering again",
                     self->serverName().c_str(), strerror(err)));
     }
+    self->registerOnNewConnection();
+}
+
+void Client::registerOnNewConnection() {
     // The watch is spent; the next registration's answer starts a new one.
-    Loop::instance().post([weak = self->weak_from_this()] {
+    Loop::instance().post([weak = weak_from_this()] {
         auto client = weak.lock();
         if (!client || client->m_stopping || !client->m_sip) {
             return;
@@ -316,7 +322,7 @@ void Client::onConnectionLost(int err, void* arg) {
         client->report(RegistrationState::registering());
         client->m_registerRequest =
             static_cast<struct sip_request*>(mem_deref(client->m_registerRequest));
-        client->sendRegister(registerExpiry);
+        client->openTransportAndRegister();
     });
 }
 
@@ -729,6 +735,23 @@ std::shared_ptr<Call> Client::placeCall(const std::string& number) {
     });
 }
 
+namespace {
+
+// A SIP or SIPS address with a host of host-name or IP characters only; the
+// reader is lenient enough to take "<sip:user@" as a host named "user@".
+bool isAnswerableAddress(const struct uri& uri) {
+    const std::string scheme = text(uri.scheme);
+    if (strcasecmp(scheme.c_str(), "sip") != 0 && strcasecmp(scheme.c_str(), "sips") != 0) {
+        return false;
+    }
+    const std::string host = text(uri.host);
+    return !host.empty() && std::all_of(host.begin(), host.end(), [](unsigned char c) {
+        return std::isalnum(c) || c == '.' || c == '-' || c == ':' || c == '[' || c == ']';
+    });
+}
+
+} // namespace
+
 void Client::onIncoming(const struct sip_msg* msg, void* arg) {
     auto* self = static_cast<Client*>(arg);
     if (self->m_stopping) {
@@ -744,6 +767,34 @@ void Client::onIncoming(const struct sip_msg* msg, void* arg) {
         if (!display.empty()) {
             name = display;
         }
+    }
+    // The SIP library reads a Content-Length that is no number as 0, and the
+    // body then runs into the next message: the connection cannot be trusted
+    // from here, so the offer is refused and the connection replaced.
+    if (const struct sip_hdr* length = sip_msg_hdr(msg, SIP_HDR_CONTENT_LENGTH)) {
+        const std::string digits = text(length->val);
+        if (digits.empty() || !std::all_of(digits.begin(), digits.end(),
+                                           [](unsigned char c) { return std::isdigit(c); })) {
+            warn(format("the registrar sent a message that could not be read (a Content-Length "
+                        "of \"%s\"), so its connection to %s was closed; registering again",
+                        digits.c_str(), self->serverName().c_str()));
+            sip_treply(nullptr, self->m_sip, msg, 400, "Bad Request");
+            // Flushing takes the transport down with its connections; the
+            // registration opens it again.
+            sip_transp_flush(self->m_sip);
+            self->m_transportOpen = false;
+            self->registerOnNewConnection();
+            return;
+        }
+    }
+    // The dialog answers to the Contact; an offer without a readable one cannot be answered.
+    const struct sip_hdr* contact = sip_msg_hdr(msg, SIP_HDR_CONTACT);
+    struct sip_addr contactAddress;
+    if (!contact || sip_addr_decode(&contactAddress, &contact->val) ||
+        !isAnswerableAddress(contactAddress.uri)) {
+        info("refusing call " + text(msg->callid) + ": its Contact cannot be read");
+        sip_treply(nullptr, self->m_sip, msg, 400, "Bad Request");
+        return;
     }
     auto call = std::make_shared<CallSession>(self, true, text(msg->from.uri.user), name);
     // SRTP when the caller offers it; a secure profile is answered in kind.

@@ -77,6 +77,8 @@ private:
     static void onRegisterTimer(void* arg);
     static void onRegisterGuard(void* arg);
     static void onConnectionLost(int err, void* arg);
+    // Drops the registrar's connection state and registers again on a new one.
+    void registerOnNewConnection();
     static void onKeepalive(void* arg);
     static bool onRequest(const struct sip_msg* msg, void* arg);
     static void onIncoming(const struct sip_msg* msg, void* arg);

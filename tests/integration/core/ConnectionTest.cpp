@@ -347,3 +347,30 @@ TEST(Connection, AnOfferWithACSeqWithoutItsNumberIsDroppedWithASentenceAndTheNex
 TEST(Connection, AnOfferWithAViaWithoutItsHostIsDroppedWithASentenceAndTheNextCallRings) {
     unreadableOfferThenAWholeOne("Via: SIP/2.0/TCP");
 }
+
+TEST(Connection, AnOfferWithAContentLengthThatIsNoNumberIsDroppedWithASentenceAndTheNextCallRings) {
+    unreadableOfferThenAWholeOne("Content-Length: many");
+}
+
+TEST(Connection, AnOfferWithAnUnreadableContactIsRefusedAsABadRequestWithoutRinging) {
+    // The message itself reads; only the address to answer to is broken, so
+    // the offer gets its answer: 400, and no call rings for it (sipp takes no
+    // 180 before the 400).
+    QTemporaryDir dir;
+    const std::uint16_t port = freeLoopbackPort();
+    Sipp sipp(dir.path(),
+              offeringRegistrarScenario("Contact: <sip:mallory@",
+                                        "  <recv response=\"100\" optional=\"true\"/>\n"
+                                        "  <recv response=\"400\"/>\n"),
+              port);
+    sipp.start();
+    LogLines log;
+    auto events = std::make_shared<Events>();
+    auto client = core::SipClient::init(
+        accountFor("127.0.0.1:" + std::to_string(port), "alice", "alice-secret"), events);
+    client->start();
+    ASSERT_EQ(events->waitRegistered(), RegistrationState::registered());
+    EXPECT_EQ(sipp.waitExit(), 0) << sipp.output();
+    EXPECT_TRUE(log.waitFor("its Contact cannot be read")) << log.all();
+    client->stop();
+}
