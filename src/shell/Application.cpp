@@ -2,9 +2,11 @@
 
 #include "audio/PulseBackend.h"
 #include "core/Core.h"
+#include "hid/HeadsetFinder.h"
 #include "platform/Log.h"
 #include "shell/TrayIcon.h"
 #include "telephony/DialLink.h"
+#include "telephony/HeadsetControl.h"
 
 #include <QDBusConnection>
 #include <QDesktopServices>
@@ -93,6 +95,7 @@ void Application::init(SettingsStore& settings, SecureStore& secrets) {
     m_wakeups.watchSleep(QDBusConnection::systemBus());
     m_wakeups.watchNetwork();
     initCallWindows();
+    initHeadsets();
     connect(&m_appearance, &Appearance::darkChanged, this, [this] {
         if (QObject* p = palette()) {
             p->setProperty("dark", m_appearance.dark());
@@ -307,6 +310,25 @@ void Application::initCallWindows() {
                                                   QDBusConnection::systemBus());
     m_mediaPause = std::make_unique<MediaPause>(*m_phone, QDBusConnection::sessionBus());
 }
+
+// --- headsets ---
+
+void Application::initHeadsets() {
+    m_headsetControl = std::make_unique<HeadsetControl>(*m_phone);
+    m_headsets = std::make_unique<HeadsetFinder>();
+    // The newest headset plugged in is the one in use; the control owns it.
+    connect(m_headsets.get(), &HeadsetFinder::found, this, [this](HidrawDevice* device) {
+        device->setParent(m_headsetControl.get());
+        if (HidrawDevice* before = m_headsetControl->device()) {
+            before->deleteLater();
+        }
+        m_headsetControl->attach(device);
+        connect(device, &HidrawDevice::gone, device, &QObject::deleteLater);
+    });
+    m_headsets->start();
+}
+
+// --- end of headsets ---
 
 void Application::openCallWindow() {
     if (!m_callWindow) {

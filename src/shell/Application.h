@@ -24,6 +24,8 @@
 #include <memory>
 
 class TrayIcon;
+class HeadsetControl;
+class HeadsetFinder;
 
 // The app's one long-lived value in the GUI process: it makes the stores and
 // the session, loads the fonts, keeps the palette in step with the desktop,
@@ -97,6 +99,7 @@ private:
     void init(SettingsStore& settings, SecureStore& secrets);
     // --- call windows ---
     void initCallWindows();
+    void initHeadsets();
     void openCallWindow();
     void closeCallWindow();
     void activateCallWindow(const QByteArray& activationToken);
@@ -117,6 +120,10 @@ private:
     std::unique_ptr<CallInhibitor> m_inhibitor;
     std::unique_ptr<MediaPause> m_mediaPause;
     // --- end of call windows ---
+    // --- headsets ---
+    std::unique_ptr<HeadsetControl> m_headsetControl;
+    std::unique_ptr<HeadsetFinder> m_headsets;
+    // --- end of headsets ---
     std::unique_ptr<ShellState> m_shellState;
     QQmlApplicationEngine m_engine;
     // Made in the engine, so they go before it.

@@ -54,3 +54,4 @@ private:
     std::optional<hid::HeadsetLights> m_lights;
     QSocketNotifier* m_notifier = nullptr;
 };
+Q_DECLARE_METATYPE(hid::HeadsetButtons)
