@@ -100,3 +100,7 @@ std::vector<std::int16_t> recordSink(const QString& source, double seconds) {
     // The phone's own events go on while the sink is heard.
     return PulseAudioServer::record(source, seconds, [] { QCoreApplication::processEvents(); });
 }
+
+bool partySaw(Baresip& party, const std::vector<std::string>& pieces, int boundMs) {
+    return waitFor([&] { return party.sawEvent(pieces); }, boundMs);
+}

@@ -26,6 +26,10 @@ bool waitFor(const std::function<bool()>& condition, int boundMs = 10000);
 // The status of the phone's active call, if it has one.
 std::optional<Status> status(Phone& phone);
 
+// Waits until the party's baresip reported an event with all these pieces; the
+// party's events arrive while the phone's own keep being handled.
+bool partySaw(Baresip& party, const std::vector<std::string>& pieces, int boundMs = 10000);
+
 // Seconds of what a PulseAudio source (a sink's monitor) heard, at 8000 Hz mono.
 std::vector<std::int16_t> recordSink(const QString& source, double seconds);
 

@@ -9,15 +9,6 @@
 
 // Signed in, provisioned and registered against a real phone system: calls
 // out and in, what the recents keep, and signing out.
-namespace {
-
-// The party's events arrive while the phone's own keep being handled.
-bool partySaw(Baresip& party, const std::vector<std::string>& pieces, int boundMs = 10000) {
-    return waitFor([&] { return party.sawEvent(pieces); }, boundMs);
-}
-
-} // namespace
-
 TEST(PhoneSystem, ASignedInAppRegistersDialsAnEchoAndHearsItsOwnToneBack) {
     PhoneLab lab;
     auto bob = lab.party("bob", Baresip::Role::echo);
