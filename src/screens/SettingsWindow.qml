@@ -43,6 +43,16 @@ ApplicationWindow {
                     ? qsTr("Closing the window keeps velnor RZ in the tray, so calls still reach this computer.")
                     : qsTr("This desktop shows no tray. Closing the window keeps velnor RZ running, so calls still reach this computer; start velnor RZ again to bring its window back.")
         }
+        Label {
+            objectName: "globalShortcutsText"
+            Layout.fillWidth: true
+            Layout.topMargin: 12
+            wrapMode: Text.Wrap
+            color: Theme.secondaryText
+            text: window.shell.globalShortcuts
+                  ? qsTr("Answer, hang up and mute work from anywhere with the keys chosen in the desktop's shortcut settings.")
+                  : qsTr("This desktop offers no global shortcuts: answer, hang up and mute work while a velnor RZ window is in front.")
+        }
         Item { Layout.fillHeight: true }
         Button {
             objectName: "signOutButton"

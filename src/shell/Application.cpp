@@ -4,6 +4,7 @@
 #include "core/Core.h"
 #include "hid/HeadsetFinder.h"
 #include "platform/Log.h"
+#include "shell/GlobalShortcuts.h"
 #include "shell/TrayIcon.h"
 #include "telephony/DialLink.h"
 #include "telephony/HeadsetControl.h"
@@ -96,6 +97,7 @@ void Application::init(SettingsStore& settings, SecureStore& secrets) {
     m_wakeups.watchNetwork();
     initCallWindows();
     initHeadsets();
+    initGlobalShortcuts();
     connect(&m_appearance, &Appearance::darkChanged, this, [this] {
         if (QObject* p = palette()) {
             p->setProperty("dark", m_appearance.dark());
@@ -329,6 +331,17 @@ void Application::initHeadsets() {
 }
 
 // --- end of headsets ---
+
+// --- global shortcuts ---
+
+void Application::initGlobalShortcuts() {
+    m_globalShortcuts = std::make_unique<GlobalShortcuts>(*m_phone, QDBusConnection::sessionBus());
+    connect(m_globalShortcuts.get(), &GlobalShortcuts::availableChanged, this,
+            [this] { m_shellState->setGlobalShortcuts(m_globalShortcuts->available()); });
+    m_globalShortcuts->start();
+}
+
+// --- end of global shortcuts ---
 
 void Application::openCallWindow() {
     if (!m_callWindow) {

@@ -26,6 +26,7 @@
 class TrayIcon;
 class HeadsetControl;
 class HeadsetFinder;
+class GlobalShortcuts;
 
 // The app's one long-lived value in the GUI process: it makes the stores and
 // the session, loads the fonts, keeps the palette in step with the desktop,
@@ -100,6 +101,7 @@ private:
     // --- call windows ---
     void initCallWindows();
     void initHeadsets();
+    void initGlobalShortcuts();
     void openCallWindow();
     void closeCallWindow();
     void activateCallWindow(const QByteArray& activationToken);
@@ -124,6 +126,7 @@ private:
     std::unique_ptr<HeadsetControl> m_headsetControl;
     std::unique_ptr<HeadsetFinder> m_headsets;
     // --- end of headsets ---
+    std::unique_ptr<GlobalShortcuts> m_globalShortcuts;
     std::unique_ptr<ShellState> m_shellState;
     QQmlApplicationEngine m_engine;
     // Made in the engine, so they go before it.

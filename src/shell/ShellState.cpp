@@ -74,6 +74,14 @@ void ShellState::setTrayShown(bool shown) {
     emit trayShownChanged();
 }
 
+void ShellState::setGlobalShortcuts(bool bound) {
+    if (bound == m_globalShortcuts) {
+        return;
+    }
+    m_globalShortcuts = bound;
+    emit globalShortcutsChanged();
+}
+
 QVariantList ShellState::recent() const {
     QVariantList rows;
     const QDateTime now = m_now();

@@ -23,6 +23,7 @@ class ShellState : public QObject {
     Q_PROPERTY(QString alertMessage READ alertMessage NOTIFY alertChanged)
     Q_PROPERTY(bool keepInTray READ keepInTray WRITE setKeepInTray NOTIFY keepInTrayChanged)
     Q_PROPERTY(bool trayShown READ trayShown NOTIFY trayShownChanged)
+    Q_PROPERTY(bool globalShortcuts READ globalShortcuts NOTIFY globalShortcutsChanged)
     Q_PROPERTY(QVariantList recent READ recent NOTIFY recentChanged)
     Q_PROPERTY(bool hasQueues READ hasQueues NOTIFY badgesChanged)
     Q_PROPERTY(int voicemailBadge READ voicemailBadge NOTIFY badgesChanged)
@@ -54,6 +55,9 @@ public:
     // Whether a tray icon is up; false where the desktop shows no tray.
     bool trayShown() const { return m_trayShown; }
     void setTrayShown(bool shown);
+    // Whether the desktop bound the answer, hang-up and mute shortcuts.
+    bool globalShortcuts() const { return m_globalShortcuts; }
+    void setGlobalShortcuts(bool bound);
 
     // The first local recents: name, number, incoming, date words.
     QVariantList recent() const;
@@ -91,6 +95,7 @@ signals:
     void alertChanged();
     void keepInTrayChanged();
     void trayShownChanged();
+    void globalShortcutsChanged();
     void recentChanged();
     void badgesChanged();
     void registrationChanged();
@@ -106,5 +111,6 @@ private:
     QString m_section;
     bool m_keepInTray = true;
     bool m_trayShown = false;
+    bool m_globalShortcuts = false;
     std::function<QDateTime()> m_now;
 };
