@@ -7,7 +7,9 @@
 #include "audio/NullBackend.h"
 #include "telephony/Phone.h"
 
+#include "EventLoopWait.h"
 #include <QSignalSpy>
+
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -43,11 +45,15 @@ protected:
     // Signs in and waits for enter() to have done its part with the phone.
     void signIn(Session& session, int provisionsBefore = 0) {
         session.signIn();
-        QTRY_VERIFY_WITH_TIMEOUT(session.hasError() || provisions() > provisionsBefore ||
-                                     (session.me() && !clients.empty()),
-                                 10000);
+        ASSERT_TRUE(spinUntil(
+            [&] {
+                return session.hasError() || provisions() > provisionsBefore ||
+                       (session.me() && !clients.empty());
+            },
+            std::chrono::milliseconds(10000)));
         // The reply may still be on its way back into the session.
-        QTRY_VERIFY_WITH_TIMEOUT(session.hasError() || settings.text("rz.deviceId"), 10000);
+        ASSERT_TRUE(spinUntil([&] { return session.hasError() || settings.text("rz.deviceId"); },
+                              std::chrono::milliseconds(10000)));
     }
 
     QList<json> requests(const QString& method, const QString& path) {

@@ -6,8 +6,10 @@
 #include "Services.h"
 #include "StderrCapture.h"
 
+#include "EventLoopWait.h"
 #include <QDirIterator>
 #include <QStandardPaths>
+
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -49,7 +51,8 @@ TEST(SecretsStayPut, RefreshTokensAppearInNoLogSettingOrCacheFile) {
     StderrCapture logs;
     for (int round = 0; round < 2; ++round) {
         session.signIn();
-        QTRY_VERIFY_WITH_TIMEOUT(session.me().has_value() || session.hasError(), 10000);
+        ASSERT_TRUE(spinUntil([&] { return session.me().has_value() || session.hasError(); },
+                              std::chrono::milliseconds(10000)));
         ASSERT_FALSE(session.hasError()) << session.errorText().toStdString();
         const auto token = runTask(refreshToken(keychain, server.url()));
         ASSERT_TRUE(token);
@@ -57,7 +60,8 @@ TEST(SecretsStayPut, RefreshTokensAppearInNoLogSettingOrCacheFile) {
         runTask(session.signOutKeepingDevice());
     }
     session.signIn();
-    QTRY_VERIFY_WITH_TIMEOUT(session.me().has_value(), 10000);
+    ASSERT_TRUE(
+        spinUntil([&] { return session.me().has_value(); }, std::chrono::milliseconds(10000)));
     tokens.append(*runTask(refreshToken(keychain, server.url())));
     const QByteArray logged = logs.take();
 

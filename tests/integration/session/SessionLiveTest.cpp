@@ -27,7 +27,8 @@ protected:
 
     void signIn() {
         session->signIn();
-        QTRY_VERIFY_WITH_TIMEOUT(session->me().has_value() || session->hasError(), 10000);
+        ASSERT_TRUE(spinUntil([&] { return session->me().has_value() || session->hasError(); },
+                              std::chrono::milliseconds(10000)));
         ASSERT_FALSE(session->hasError()) << session->errorText().toStdString();
     }
 

@@ -5,7 +5,9 @@
 #include "RunTask.h"
 #include "Services.h"
 
+#include "EventLoopWait.h"
 #include <QSignalSpy>
+
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -27,7 +29,8 @@ protected:
 
     void signIn(Session& session) {
         session.signIn();
-        QTRY_VERIFY_WITH_TIMEOUT(session.me().has_value() || session.hasError(), 10000);
+        ASSERT_TRUE(spinUntil([&] { return session.me().has_value() || session.hasError(); },
+                              std::chrono::milliseconds(10000)));
         ASSERT_FALSE(session.hasError()) << session.errorText().toStdString();
     }
 
@@ -66,7 +69,9 @@ TEST_F(SessionServer, ALaterLaunchRestoresTheSignInAtOnce) {
     later->restore();
     // Signed in before the server has answered anything.
     EXPECT_EQ(later->state(), Session::State::signedIn);
-    QTRY_COMPARE_WITH_TIMEOUT(later->userName(), QString("Anna Berger"), 10000);
+    ASSERT_TRUE(spinUntil([&] { return later->userName() == QString("Anna Berger"); },
+                          std::chrono::milliseconds(10000)))
+        << later->userName().toStdString();
 }
 
 TEST_F(SessionServer, ALaunchWithAStoredSignInAndNoNetworkStaysSignedInWithTheError) {
@@ -134,7 +139,7 @@ TEST_F(SessionServer, ARefusedCodeExchangeShowsTheServersWord) {
         "POST", "faults",
         {{"path", "oauth/token"}, {"status", 400}, {"body", R"({"error":"invalid_grant"})"}});
     session->signIn();
-    QTRY_VERIFY_WITH_TIMEOUT(session->hasError(), 10000);
+    ASSERT_TRUE(spinUntil([&] { return session->hasError(); }, std::chrono::milliseconds(10000)));
     EXPECT_EQ(session->errorText(), "OAuth: invalid_grant");
     EXPECT_EQ(session->state(), Session::State::signedOut);
 }

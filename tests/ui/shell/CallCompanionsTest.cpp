@@ -138,7 +138,8 @@ TEST_F(CallCompanions, ACallHoldsOffTheScreenSaverAndIdleSleepUntilItEnds) {
     ASSERT_TRUE(waitForLogged("Inhibit velnor RZ: A call is in progress"))
         << logged().join('\n').toStdString();
     EXPECT_TRUE(waitForLogged("Lock idle block"));
-    QTRY_VERIFY_WITH_TIMEOUT(inhibitor.screenSaverInhibited() && inhibitor.idleInhibited(), 5000);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return inhibitor.screenSaverInhibited() && inhibitor.idleInhibited(); }, 5000));
     EXPECT_FALSE(logged().contains("Lock released"));
     phone.callStateChanged("in-1", CallState::ended("cancelled"));
     EXPECT_TRUE(waitForLogged("UnInhibit 42"));

@@ -193,7 +193,8 @@ TEST_F(CallWindowTest, AnOutgoingCallShowsCallingThenTheTimer) {
     app.phone().callStateChanged(client->placed.back()->sipCallId(), CallState::connected());
     EXPECT_EQ(text("callStatus"), "0:00");
     // The timer moves by itself.
-    QTRY_COMPARE_WITH_TIMEOUT(text("callStatus"), QString("0:01"), 2500);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return text("callStatus") == QString("0:01"); }, 2500))
+        << text("callStatus").toStdString();
 }
 
 TEST_F(CallWindowTest, MuteIsDrawnActiveAndUnmutesAgain) {
@@ -247,7 +248,7 @@ TEST_F(CallWindowTest, TheWindowsSizeFollowsItsContent) {
     connected();
     const QSize closed = window()->size();
     click("keypadButtonCircle");
-    QTRY_VERIFY_WITH_TIMEOUT(window()->height() > closed.height() + 100, 2000);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return window()->height() > closed.height() + 100; }, 2000));
     QQuickItem* content = window()->contentItem()->childItems().value(0);
     ASSERT_NE(content, nullptr);
 }

@@ -41,11 +41,13 @@ TEST_F(ErrorAlert, IsHiddenWithoutAnError) {
 TEST_F(ErrorAlert, ShowsThePhonesErrorBeforeTheSessionsAndOkClearsBoth) {
     app.session().setError(QString("The server could not be reached."));
     app.phone().setLastError(QString("Not connected to the phone system."));
-    QTRY_VERIFY_WITH_TIMEOUT(shown(), 2000);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return shown(); }, 2000));
     EXPECT_EQ(alert()->property("title").toString(), "Error");
     EXPECT_EQ(message(), "Not connected to the phone system.");
     // Let the opening transition finish before the picture.
-    QTRY_COMPARE_WITH_TIMEOUT(alert()->property("opacity").toDouble(), 1.0, 2000);
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return alert()->property("opacity").toDouble() == 1.0; }, 2000))
+        << alert()->property("opacity").toDouble();
     QDir().mkpath(VELNOR_SCREENSHOTS);
     window->grabWindow().save(QString(VELNOR_SCREENSHOTS) + "/error-alert.png");
     auto* ok = window->findChild<QQuickItem*>("errorOk");
@@ -54,12 +56,12 @@ TEST_F(ErrorAlert, ShowsThePhonesErrorBeforeTheSessionsAndOkClearsBoth) {
     QTest::mouseClick(window, Qt::LeftButton, {}, centre.toPoint());
     EXPECT_FALSE(app.phone().hasLastError());
     EXPECT_FALSE(app.session().hasError());
-    QTRY_VERIFY_WITH_TIMEOUT(!shown(), 2000);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !shown(); }, 2000));
 }
 
 TEST_F(ErrorAlert, ASecondErrorOfOneObjectReplacesTheFirst) {
     app.session().setError(QString("First"));
-    QTRY_VERIFY_WITH_TIMEOUT(shown(), 2000);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return shown(); }, 2000));
     app.session().setError(QString("Second"));
     EXPECT_EQ(message(), "Second");
     EXPECT_TRUE(shown());
@@ -67,6 +69,6 @@ TEST_F(ErrorAlert, ASecondErrorOfOneObjectReplacesTheFirst) {
 
 TEST_F(ErrorAlert, ShowsTheSessionsErrorAloneWhenThePhoneHasNone) {
     app.session().setError(QString("Signed out by the server."));
-    QTRY_VERIFY_WITH_TIMEOUT(shown(), 2000);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return shown(); }, 2000));
     EXPECT_EQ(message(), "Signed out by the server.");
 }

@@ -56,7 +56,8 @@ protected:
     // No stored sign-in: restore lands on the login screen.
     void runRestore() {
         app.start();
-        QTRY_VERIFY_WITH_TIMEOUT(app.session().state() != Session::State::loading, 5000);
+        ASSERT_TRUE(QTest::qWaitFor(
+            [&] { return app.session().state() != Session::State::loading; }, 5000));
     }
 
     QQuickItem* item(const char* name) const { return window->findChild<QQuickItem*>(name); }
@@ -138,7 +139,8 @@ TEST_F(MainWindow, ClickingSignInOpensTheBrowserAndWaits) {
     ASSERT_EQ(opened.size(), 1);
     EXPECT_EQ(opened[0].path(), "/oauth/authorize");
     EXPECT_EQ(app.session().state(), Session::State::signingIn);
-    QTRY_VERIFY_WITH_TIMEOUT(itemWithText("Continue in your browser.") != nullptr, 2000);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return itemWithText("Continue in your browser.") != nullptr; }, 2000));
     screenshot(window, "login-signing-in");
     EXPECT_EQ(itemWithText("Sign in with velnor RZ"), nullptr);
     EXPECT_EQ(itemWithText("Other server"), nullptr);
@@ -151,7 +153,9 @@ TEST_F(MainWindow, ASignInFailureStandsAboveTheButton) {
     signOut();
     click(item("signInButton"));
     app.session().handleRedirect(QUrl("rzmobile://oauth/callback?code=x&state=wrong"));
-    QTRY_COMPARE_WITH_TIMEOUT(app.session().state(), Session::State::signedOut, 2000);
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return app.session().state() == Session::State::signedOut; }, 2000))
+        << app.session().stateName().toStdString();
     QQuickItem* error = item("loginError");
     ASSERT_NE(error, nullptr);
     EXPECT_TRUE(error->isVisible());
@@ -165,7 +169,7 @@ TEST_F(MainWindow, OtherServerOpensWithTheCurrentAddressAndSavesATrimmedOne) {
     click(item("otherServerButton"));
     auto* field = window->findChild<QObject*>("serverField");
     ASSERT_NE(field, nullptr);
-    QTRY_VERIFY_WITH_TIMEOUT(field->property("visible").toBool(), 2000);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return field->property("visible").toBool(); }, 2000));
     EXPECT_EQ(field->property("text").toString(), "https://rz.velnor.net/");
     screenshot(window, "login-server-prompt");
     field->setProperty("text", "  https://pbx.example.com/  ");
@@ -184,7 +188,7 @@ TEST_F(MainWindow, AnAddressWithoutASchemeIsDroppedAndThePromptCloses) {
     field->setProperty("text", "pbx.example.com");
     QMetaObject::invokeMethod(prompt, "accept");
     EXPECT_EQ(app.session().server(), QUrl("https://rz.velnor.net/"));
-    QTRY_VERIFY_WITH_TIMEOUT(!prompt->property("visible").toBool(), 2000);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !prompt->property("visible").toBool(); }, 2000));
 }
 
 TEST_F(MainWindow, TextIsSetInIbmPlexSans) {
