@@ -5,6 +5,7 @@
 
 #include "BrowserKit.h"
 #include "DevServer.h"
+#include "EventLoopWait.h"
 #include "RunTask.h"
 #include "Services.h"
 
@@ -215,7 +216,7 @@ TEST_F(DirectoryServer, TenRowsAskingForOnePictureAtOnceMakeOneRequest) {
             }
         }(session.get(), ref, &answered));
     }
-    QTRY_COMPARE_WITH_TIMEOUT(answered, 10, 10000);
+    ASSERT_TRUE(spinUntil([&] { return answered == 10; }, std::chrono::milliseconds(10000)));
     EXPECT_EQ(requests("GET", "media/avatars/u-003.jpg").size(), 1);
 }
 
