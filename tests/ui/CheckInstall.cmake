@@ -1,23 +1,6 @@
 # Installs the build into a fresh prefix and checks that a desktop finds the
 # app there: the binary, a valid desktop file for its URL schemes, the icon.
 set(prefix ${BUILD}/install-check)
-# --- directory: GNOME Shell's search provider and KRunner's plugin point at the app ---
-file(READ ${prefix}/share/gnome-shell/search-providers/net.velnor.rz.search-provider.ini provider)
-foreach(line "[Shell Search Provider]" "DesktopId=net.velnor.rz.desktop" "BusName=net.velnor.rz"
-             "ObjectPath=/net/velnor/rz/SearchProvider" "Version=2")
-    string(FIND "${provider}" "${line}" at)
-    if(at LESS 0)
-        message(FATAL_ERROR "search provider lacks: ${line}")
-    endif()
-endforeach()
-file(READ ${prefix}/share/krunner/dbusplugins/net.velnor.rz-runner.desktop runner)
-foreach(line "X-Plasma-API=DBus" "X-Plasma-DBusRunner-Service=net.velnor.rz"
-             "X-Plasma-DBusRunner-Path=/net/velnor/rz/runner" "X-KDE-ServiceTypes=Plasma/Runner")
-    string(FIND "${runner}" "${line}" at)
-    if(at LESS 0)
-        message(FATAL_ERROR "KRunner plugin lacks: ${line}")
-    endif()
-endforeach()
 file(REMOVE_RECURSE ${prefix})
 execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix}
                 RESULT_VARIABLE status OUTPUT_QUIET)
@@ -41,6 +24,23 @@ foreach(line "Exec=velnor-rz %u"
     string(FIND "${desktop}" "${line}" at)
     if(at LESS 0)
         message(FATAL_ERROR "desktop file lacks: ${line}")
+    endif()
+endforeach()
+# --- directory: GNOME Shell's search provider and KRunner's plugin point at the app ---
+file(READ ${prefix}/share/gnome-shell/search-providers/net.velnor.rz.search-provider.ini provider)
+foreach(line "[Shell Search Provider]" "DesktopId=net.velnor.rz.desktop" "BusName=net.velnor.rz"
+             "ObjectPath=/net/velnor/rz/SearchProvider" "Version=2")
+    string(FIND "${provider}" "${line}" at)
+    if(at LESS 0)
+        message(FATAL_ERROR "search provider lacks: ${line}")
+    endif()
+endforeach()
+file(READ ${prefix}/share/krunner/dbusplugins/net.velnor.rz-runner.desktop runner)
+foreach(line "X-Plasma-API=DBus" "X-Plasma-DBusRunner-Service=net.velnor.rz"
+             "X-Plasma-DBusRunner-Path=/net/velnor/rz/runner" "X-KDE-ServiceTypes=Plasma/Runner")
+    string(FIND "${runner}" "${line}" at)
+    if(at LESS 0)
+        message(FATAL_ERROR "KRunner plugin lacks: ${line}")
     endif()
 endforeach()
 file(REMOVE_RECURSE ${prefix})
