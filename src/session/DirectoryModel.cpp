@@ -13,8 +13,28 @@
 
 DirectoryModel::DirectoryModel(QObject* parent) : QAbstractListModel(parent) {}
 
+namespace {
+
+constexpr auto avatarKeyEncoding = QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals;
+
+} // namespace
+
+std::optional<AvatarRef> DirectoryModel::avatarRefOf(const QString& key) {
+    const auto parts = key.split(u'.');
+    if (parts.size() != 2) {
+        return std::nullopt;
+    }
+    constexpr auto strict = avatarKeyEncoding | QByteArray::AbortOnBase64DecodingErrors;
+    const auto url = QByteArray::fromBase64Encoding(parts[0].toLatin1(), strict);
+    const auto version = QByteArray::fromBase64Encoding(parts[1].toLatin1(), strict);
+    if (!url || !version) {
+        return std::nullopt;
+    }
+    return AvatarRef{QString::fromUtf8(*url), QString::fromUtf8(*version)};
+}
+
 QString DirectoryModel::avatarKey(const AvatarRef& ref) {
-    constexpr auto encoding = QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals;
+    constexpr auto encoding = avatarKeyEncoding;
     return QString::fromLatin1(ref.url.toUtf8().toBase64(encoding) + '.' +
                                ref.version.toUtf8().toBase64(encoding));
 }

@@ -72,6 +72,8 @@ public:
     // How a picture is named to the view's image provider "avatars": url and
     // version, each base64url, joined by ".".
     static QString avatarKey(const AvatarRef& ref);
+    // The picture a key names; none for a key this model did not make.
+    static std::optional<AvatarRef> avatarRefOf(const QString& key);
     // "People", "Groups", "Call flows".
     static QString sectionTitle(Section section);
     // The dot's name for a presence: "Available", "Ringing", "On a call",

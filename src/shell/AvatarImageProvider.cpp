@@ -4,12 +4,6 @@
 
 #include <QImage>
 
-namespace {
-
-constexpr auto encoding = QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals;
-
-} // namespace
-
 AvatarImageProvider::AvatarImageProvider(Session& session)
     : QQuickImageProvider(QQuickImageProvider::Image), m_session(&session) {}
 
@@ -18,16 +12,7 @@ QString AvatarImageProvider::keyOf(const AvatarRef& ref) {
 }
 
 std::optional<AvatarRef> AvatarImageProvider::refOf(const QString& key) {
-    const auto parts = key.split(u'.');
-    if (parts.size() != 2) {
-        return std::nullopt;
-    }
-    const auto url = QByteArray::fromBase64Encoding(parts[0].toLatin1(), encoding);
-    const auto version = QByteArray::fromBase64Encoding(parts[1].toLatin1(), encoding);
-    if (!url || !version) {
-        return std::nullopt;
-    }
-    return AvatarRef{QString::fromUtf8(*url), QString::fromUtf8(*version)};
+    return DirectoryModel::avatarRefOf(key);
 }
 
 QImage AvatarImageProvider::requestImage(const QString& id, QSize* size,

@@ -229,3 +229,19 @@ TEST(DirectoryFilterRule, AnExtensionMustBeginWithTheQuery) {
     EXPECT_FALSE(DirectoryFilter::matches("x", "120", "20", "20"));
     EXPECT_FALSE(DirectoryFilter::matches("x", "", "20", "20"));
 }
+
+TEST(DirectoryAvatarKey, AKeyNamesItsPictureBackWhateverTheUrlHolds) {
+    for (const AvatarRef& ref :
+         {AvatarRef{"/media/avatars/u-002.jpg", "3"},
+          AvatarRef{"https://cdn.example.com/a b/ü.jpg?x=1&y=2", "v.7"}, AvatarRef{"", ""}}) {
+        const QString key = DirectoryModel::avatarKey(ref);
+        EXPECT_FALSE(key.contains('/'));
+        EXPECT_EQ(DirectoryModel::avatarRefOf(key), ref);
+    }
+}
+
+TEST(DirectoryAvatarKey, AKeyNotMadeHereNamesNoPicture) {
+    EXPECT_FALSE(DirectoryModel::avatarRefOf("no-dot"));
+    EXPECT_FALSE(DirectoryModel::avatarRefOf("a.b.c"));
+    EXPECT_FALSE(DirectoryModel::avatarRefOf("***.***"));
+}
