@@ -19,6 +19,8 @@ inline constexpr QStringView live = u"live";
 inline constexpr QStringView phone = u"phone";
 inline constexpr QStringView sip = u"sip";
 inline constexpr QStringView app = u"app";
+// --- directory: calls asked for from the desktop's launcher ---
+inline constexpr QStringView launcher = u"launcher";
 
 void write(QStringView category, QStringView message, Level level = Level::info);
 

@@ -32,7 +32,9 @@ QtObject {
         // --- call windows ---
         "circle.grid.3x3.fill": "grid-3x3",
         "arrow.down.right.and.arrow.up.left": "minimize-2",
-        "arrow.up.left.and.arrow.down.right": "maximize-2"
+        "arrow.up.left.and.arrow.down.right": "maximize-2",
+        // --- directory ---
+        "magnifyingglass": "search"
     })
 
     function of(name) {

@@ -163,11 +163,11 @@ Item {
     }
     Component {
         id: directory
-        SectionEmptyState {
-            objectName: "directoryEmpty"
-            title: qsTr("No colleagues yet")
-            systemImage: "person.2"
-            description: qsTr("Your company's directory appears here.")
+        DirectoryView {
+            objectName: "directoryView"
+            session: root.session
+            phone: root.phone
+            shell: root.shell
         }
     }
     Component {

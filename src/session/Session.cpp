@@ -1,5 +1,6 @@
 #include "session/Session.h"
 
+#include "history/DirectoryCache.h"
 #include "platform/Hardware.h"
 #include "platform/Log.h"
 #include "telephony/Phone.h"
@@ -28,7 +29,13 @@ Session::Session(SettingsStore& settings, SecureStore& secrets, Clock& clock, QO
     : QObject(parent), m_settings(settings), m_secrets(secrets), m_clock(clock),
       m_server(savedServer(settings)), m_api(API::make(m_server, secrets, clock)),
       m_live(std::make_unique<Live>(
-          [self = QPointer<Session>(this)] { return liveConnection(self); }, clock)) {}
+          [self = QPointer<Session>(this)] { return liveConnection(self); }, clock)) {
+    // --- directory ---
+    m_directoryModel = std::make_unique<DirectoryModel>();
+    m_directoryModel->bind(this);
+    m_directoryList = std::make_unique<DirectoryFilter>();
+    m_directoryList->setDirectoryModel(m_directoryModel.get());
+}
 
 QCoro::Task<API::LiveConnection> Session::liveConnection(QPointer<Session> session) {
     if (!session) {
@@ -243,6 +250,8 @@ QCoro::Task<> Session::enter() {
     // Then, each handling its own failures: live updates, queues, the
     // directory, the first page of the call history, voicemail.
     m_live->start();
+    // --- directory ---
+    refreshDirectory();
 }
 
 std::optional<AppDevice::Edge> Session::chooseEdge(const QList<AppDevice::Edge>& edges) {
@@ -341,6 +350,10 @@ void Session::resetLocal() {
     m_settings.remove(QString::fromLatin1(deviceIdKey));
     setMe(std::nullopt);
     setDirectory(std::nullopt);
+    // --- directory: pictures in memory stay, for the next sign-in ---
+    m_directoryETag.reset();
+    setDirectoryError(std::nullopt);
+    DirectoryCache::remove();
     // The call history and voicemail are cleared here too.
     setState(State::signedOut);
 }

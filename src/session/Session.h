@@ -6,8 +6,12 @@
 #include "platform/Clock.h"
 #include "platform/SecureStore.h"
 #include "platform/SettingsStore.h"
+#include "session/AvatarCache.h"
+#include "session/DirectoryFilter.h"
+#include "session/DirectoryModel.h"
 #include "telephony/Account.h"
 
+#include <QHash>
 #include <QObject>
 #include <QPointer>
 #include <QString>
@@ -21,6 +25,7 @@
 #include <optional>
 
 class Phone;
+class AvatarFlight;
 
 // The signed-in state of the whole app: which dashboard, who the user is,
 // whether the browser sign-in is under way, and what the screens show from
@@ -35,6 +40,13 @@ class Session : public QObject {
     Q_PROPERTY(QString serverText READ serverText NOTIFY serverChanged)
     Q_PROPERTY(QString userName READ userName NOTIFY meChanged)
     Q_PROPERTY(Live* live READ liveObject CONSTANT)
+    // --- directory ---
+    Q_PROPERTY(bool hasDirectory READ hasDirectory NOTIFY directoryChanged)
+    Q_PROPERTY(QString directoryError READ directoryErrorText NOTIFY directoryErrorChanged)
+    Q_PROPERTY(bool hasDirectoryError READ hasDirectoryError NOTIFY directoryErrorChanged)
+    Q_PROPERTY(QString meId READ meId NOTIFY meChanged)
+    // The directory screen's list, searched and sorted.
+    Q_PROPERTY(DirectoryFilter* directoryList READ directoryList CONSTANT)
 public:
     enum class State { loading, signedOut, signingIn, signedIn };
     Q_ENUM(State)
@@ -121,6 +133,35 @@ public:
     // The last 10 digits of a number.
     static QString numberKey(const QString& number);
 
+    // --- directory ---
+    bool hasDirectory() const { return m_directory.has_value(); }
+    const std::optional<QString>& directoryError() const { return m_directoryError; }
+    QString directoryErrorText() const { return m_directoryError.value_or(QString()); }
+    bool hasDirectoryError() const { return m_directoryError.has_value(); }
+    // The entity tag of the directory shown; kept in memory only, so the
+    // first read after a launch is unconditional.
+    const std::optional<QString>& directoryETag() const { return m_directoryETag; }
+    QString meId() const { return m_me ? m_me->id : QString(); }
+    // How many directory replies were decoded: an unchanged directory decodes none.
+    int directoryDecodes() const { return m_directoryDecodes; }
+    // Reads the directory, conditionally when a tag is kept. Never fails: a
+    // failure shows in directoryError and the older directory stays.
+    QCoro::Task<> refreshDirectory();
+    Q_INVOKABLE void reloadDirectory();
+    // A picture's bytes from memory, the disk cache or the server; none when
+    // it could not be had. Callers asking at once for one picture share one download.
+    QCoro::Task<std::optional<QByteArray>> avatarData(AvatarRef ref);
+    // Pictures at hand; never shrinks, and survives a sign-out.
+    const QHash<AvatarRef, QByteArray>& avatarImages() const { return m_avatarImages; }
+    AvatarCache& avatarCache() { return m_avatarCache; }
+    // The user's own picture, a JPEG; a failure shows in error.
+    QCoro::Task<> uploadAvatar(QByteArray jpeg);
+    QCoro::Task<> deleteAvatar();
+    // The directory as rows for lists; the directory screen's own search over it.
+    DirectoryModel* directoryModel() { return m_directoryModel.get(); }
+    DirectoryFilter* directoryList() { return m_directoryList.get(); }
+    // --- end of directory ---
+
     static constexpr char installService[] = "net.velnor.rz.install";
     static constexpr char installAccount[] = "id";
 
@@ -130,6 +171,10 @@ signals:
     void serverChanged();
     void meChanged();
     void directoryChanged();
+    // --- directory ---
+    void directoryErrorChanged();
+    // A picture came into avatarImages.
+    void avatarImageAdded(const QString& url, const QString& version);
 
 private:
     void setState(State state);
@@ -154,4 +199,17 @@ private:
     std::function<bool(const QUrl&)> m_openBrowser;
     std::unique_ptr<Live> m_live;
     Phone* m_phone = nullptr;
+
+    // --- directory ---
+    void setDirectoryError(std::optional<QString> error);
+    QCoro::Task<std::optional<QByteArray>> fetchAvatar(AvatarRef ref);
+
+    std::optional<QString> m_directoryError;
+    std::optional<QString> m_directoryETag;
+    int m_directoryDecodes = 0;
+    QHash<AvatarRef, QByteArray> m_avatarImages;
+    QHash<AvatarRef, std::shared_ptr<AvatarFlight>> m_avatarTasks;
+    AvatarCache m_avatarCache;
+    std::unique_ptr<DirectoryModel> m_directoryModel;
+    std::unique_ptr<DirectoryFilter> m_directoryList;
 };

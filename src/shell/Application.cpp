@@ -8,6 +8,9 @@
 #include "shell/TrayIcon.h"
 #include "telephony/DialLink.h"
 #include "telephony/HeadsetControl.h"
+// --- directory ---
+#include "history/DirectoryCache.h"
+#include "shell/AvatarImageProvider.h"
 
 #include <QDBusConnection>
 #include <QDesktopServices>
@@ -67,7 +70,14 @@ void Application::init(SettingsStore& settings, SecureStore& secrets) {
     PhoneContacts* contacts = m_contacts.get();
     m_phone->contactName = [contacts](const QString& number) { return contacts->name(number); };
     m_session->setOpenBrowser([](const QUrl& url) { return QDesktopServices::openUrl(url); });
+    // --- directory: a colleague chosen in the desktop's launcher is dialled, or
+    // queued until the phone is registered ---
+    Phone* phone = m_phone.get();
+    DirectoryCache::handler() = [phone](const QString& id) { phone->dialOrQueue(id); };
     m_engine.addImportPath(QStringLiteral("qrc:/"));
+    // --- directory: pictures for the lists ---
+    m_engine.addImageProvider(QString::fromLatin1(AvatarImageProvider::name),
+                              new AvatarImageProvider(*m_session));
     // --- main window and tray ---
     m_shellState = std::make_unique<ShellState>(settings, *m_phone, *m_session);
     connect(m_shellState.get(), &ShellState::mainWindowRequested, this, [this] {

@@ -3,8 +3,12 @@
 #include "shell/Automation.h"
 #include "shell/SingleInstance.h"
 #include "shell/UnixSignals.h"
+// --- directory ---
+#include "shell/KRunnerPlugin.h"
+#include "shell/SearchProvider.h"
 
 #include <QApplication>
+#include <QDBusConnection>
 #include <QUrl>
 
 #include <cstdio>
@@ -49,6 +53,20 @@ int main(int argc, char** argv) {
                              application.handleLink(link);
                          }
                      });
+    // --- directory: the desktop's launchers search the directory file ---
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    SearchProvider searchProvider(&application.session());
+    searchProvider.openSearch = [&application](const QString& query) {
+        application.shellState().setSection(QStringLiteral("directory"));
+        application.session().directoryList()->setQuery(query);
+        application.raiseMainWindow();
+    };
+    KRunnerPlugin runner(&application.session());
+    if (bus.isConnected()) {
+        searchProvider.publish(bus);
+        runner.publish(bus);
+    }
+    // --- end of directory ---
     Automation automation(application);
     automation.publish();
     Log::info(Log::app, QStringLiteral("velnor RZ %1 started").arg(QStringLiteral(VELNOR_VERSION)));

@@ -1,0 +1,147 @@
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Layouts
+
+// The company directory: everyone and everything that can be called, in one
+// searchable list with live presence. The list and its search are the
+// session's models; this file only lays them out.
+Item {
+    id: view
+
+    required property QtObject session
+    required property QtObject phone
+    required property QtObject shell
+    readonly property QtObject list: session ? session.directoryList : null
+    readonly property bool hasDirectory: session ? session.hasDirectory : false
+    readonly property bool hasError: session ? session.hasDirectoryError : false
+    property alias query: search.text
+
+    Accessible.role: Accessible.Pane
+    Accessible.name: qsTr("Directory")
+
+    Component.onCompleted: if (session) session.reloadDirectory()
+    onActiveFocusChanged: if (activeFocus) search.forceActiveFocus()
+
+    ColumnLayout {
+        anchors.fill: parent
+        spacing: 0
+
+        RowLayout {
+            Layout.fillWidth: true
+            Layout.leftMargin: 20
+            Layout.rightMargin: 16
+            Layout.topMargin: 14
+            Layout.bottomMargin: 10
+            spacing: 12
+
+            Text {
+                text: qsTr("Directory")
+                color: Theme.primaryText
+                font.family: Theme.fontFamily
+                font.weight: Font.DemiBold
+                font.pixelSize: 20
+                Accessible.role: Accessible.Heading
+                Accessible.name: text
+            }
+            Item { Layout.fillWidth: true }
+            TextField {
+                id: search
+                objectName: "directorySearch"
+                Layout.preferredWidth: 240
+                placeholderText: qsTr("Name or number")
+                font.family: Theme.fontFamily
+                font.pixelSize: 13
+                color: Theme.primaryText
+                placeholderTextColor: Theme.secondaryText
+                leftPadding: 30
+                Accessible.name: qsTr("Search")
+                background: Rectangle {
+                    radius: 8
+                    color: Theme.fieldBackground
+                    border.width: search.activeFocus ? 2 : 0
+                    border.color: Theme.accent
+                }
+                TintedIcon {
+                    anchors.left: parent.left
+                    anchors.leftMargin: 9
+                    anchors.verticalCenter: parent.verticalCenter
+                    name: "magnifyingglass"
+                    size: 14
+                    color: Theme.secondaryText
+                    Accessible.ignored: true
+                }
+                onTextChanged: if (view.list) view.list.query = text
+                Keys.onEscapePressed: text = ""
+            }
+        }
+
+        StaleBanner {
+            objectName: "directoryStale"
+            Layout.fillWidth: true
+            visible: view.hasDirectory && view.hasError
+            onRetry: view.session.reloadDirectory()
+        }
+
+        Item {
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+
+            SkeletonList {
+                objectName: "directorySkeleton"
+                width: parent.width
+                rows: 8
+                visible: !view.hasDirectory && !view.hasError
+            }
+
+            LoadErrorView {
+                objectName: "directoryLoadError"
+                anchors.fill: parent
+                visible: !view.hasDirectory && view.hasError
+                message: view.session ? view.session.directoryError : ""
+                onRetry: view.session.reloadDirectory()
+            }
+
+            ListView {
+                id: rows
+                objectName: "directoryList"
+                anchors.fill: parent
+                visible: view.hasDirectory
+                clip: true
+                model: view.hasDirectory ? view.list : null
+                reuseItems: true
+                boundsBehavior: Flickable.StopAtBounds
+                ScrollBar.vertical: ScrollBar {}
+                Accessible.role: Accessible.List
+                Accessible.name: qsTr("Directory")
+
+                section.property: "section"
+                section.delegate: Item {
+                    required property string section
+                    width: ListView.view.width
+                    height: 30
+                    RowSectionHeader {
+                        x: 16
+                        anchors.bottom: parent.bottom
+                        anchors.bottomMargin: 6
+                        title: parent.section
+                    }
+                }
+
+                delegate: DirectoryRow {
+                    width: ListView.view.width
+                    phone: view.phone
+                    shell: view.shell
+                }
+            }
+
+            SectionEmptyState {
+                objectName: "directoryNoResults"
+                anchors.fill: parent
+                visible: view.hasDirectory && view.list !== null && view.list.noResults
+                title: qsTr("No Results")
+                systemImage: "magnifyingglass"
+                description: qsTr("No results for “%1”").arg(search.text.trim())
+            }
+        }
+    }
+}
