@@ -35,8 +35,25 @@ public:
         }
         digits.push_back(digit);
     }
-    void setHold(bool) override {}
-    void transfer(const std::string&) override {}
+    void setHold(bool hold) override {
+        if (refuseHold) {
+            throw core::CoreError(core::CoreError::Kind::message, "The call could not be held.");
+        }
+        holds.push_back(hold);
+    }
+    void transfer(const std::string& target) override {
+        if (refuseTransfer) {
+            throw core::CoreError(core::CoreError::Kind::message,
+                                  "A transfer of this call is under way.");
+        }
+        transfers.push_back(target);
+    }
+
+    // --- two calls ---
+    std::vector<bool> holds;
+    std::vector<std::string> transfers;
+    bool refuseHold = false;
+    bool refuseTransfer = false;
 
     int answers = 0;
     int hangups = 0;
