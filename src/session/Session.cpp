@@ -1,5 +1,7 @@
 #include "session/Session.h"
 
+#include "session/CallStatistics.h" // --- call statistics ---
+
 #include "platform/Hardware.h"
 #include "platform/Log.h"
 #include "telephony/Phone.h"
