@@ -5,6 +5,7 @@
 // Prints "name: value" lines; nothing here fails on time.
 
 #include "../tests/ui/shell/CallLab.h"
+#include "TwoCallsFigures.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -108,6 +109,8 @@ int main(int argc, char** argv) {
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     try {
         figures();
+        // --- two calls ---
+        twoCallsFigures();
     } catch (const std::exception& e) {
         std::fprintf(stderr, "bench_calls: %s\n", e.what());
         return 1;

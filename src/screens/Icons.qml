@@ -32,7 +32,16 @@ QtObject {
         // --- call windows ---
         "circle.grid.3x3.fill": "grid-3x3",
         "arrow.down.right.and.arrow.up.left": "minimize-2",
-        "arrow.up.left.and.arrow.down.right": "maximize-2"
+        "arrow.up.left.and.arrow.down.right": "maximize-2",
+        // --- two calls and statistics ---
+        "pause.fill": "pause",
+        "play.fill": "play",
+        "arrow.turn.up.right": "phone-forwarded",
+        "plus": "plus",
+        "arrow.left.arrow.right": "arrow-left-right",
+        "arrow.triangle.merge": "merge",
+        "person.badge.plus": "user-plus",
+        "chart.bar.xaxis": "chart-bar"
     })
 
     function of(name) {
