@@ -74,7 +74,7 @@ void waitQuiet(TwoCallsLab& lab) {
 } // namespace
 
 void twoCallsFigures() {
-    TwoCallsLab lab;
+    TwoCallsLab lab(false);
     auto frank = lab.frank();
     lab.signInAndRegister();
     Phone& phone = *lab.phone;
