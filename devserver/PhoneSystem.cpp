@@ -79,7 +79,9 @@ bool run(const QString& program, const QStringList& arguments, const QString& di
 }
 
 // The answering far end of the echo test: rings, answers with one audio line
-// whose packets sipp sends back (-rtp_echo), and takes the BYE.
+// whose packets sipp sends back (-rtp_echo), takes re-INVITEs (a hold or a
+// resume: it sends back only what reaches it, so a held call is silent both
+// ways) and the BYE.
 const char* echoScenario = R"(<?xml version="1.0" encoding="ISO-8859-1" ?>
 <scenario name="echo test">
   <recv request="INVITE" rrs="true"/>
@@ -118,8 +120,10 @@ a=rtpmap:8 PCMA/8000
 a=rtpmap:101 telephone-event/8000
 ]]></send>
   <recv request="ACK"/>
+  <label id="1"/>
+  <recv request="INVITE" optional="true" next="2"/>
   <recv request="BYE"/>
-  <send><![CDATA[
+  <send next="3"><![CDATA[
 SIP/2.0 200 OK
 [last_Via:]
 [last_From:]
@@ -129,6 +133,31 @@ SIP/2.0 200 OK
 Content-Length: 0
 
 ]]></send>
+  <label id="2"/>
+  <send><![CDATA[
+SIP/2.0 200 OK
+[last_Via:]
+[last_From:]
+[last_To:]
+[last_Call-ID:]
+[last_CSeq:]
+[last_Record-Route:]
+Contact: <sip:echo@[local_ip]:[local_port];transport=[transport]>
+Content-Type: application/sdp
+Content-Length: [len]
+
+v=0
+o=- 1 [cseq] IN IP4 [local_ip]
+s=-
+c=IN IP4 [local_ip]
+t=0 0
+m=audio [media_port] RTP/AVP 0 8 101
+a=rtpmap:0 PCMU/8000
+a=rtpmap:8 PCMA/8000
+a=rtpmap:101 telephone-event/8000
+]]></send>
+  <recv request="ACK" next="1"/>
+  <label id="3"/>
 </scenario>
 )";
 

@@ -2,14 +2,17 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
 
-// The call window's full form: who is on the call, its state and timer, and
-// large controls — Decline and Answer while it rings in, otherwise Mute,
-// Keypad and End, with the keypad opening below.
+// The call window's full form: the call on hold when there is one, who is on
+// the call, its state and timer, the statistics when open, and large
+// controls — Decline and Answer while it rings in, otherwise Mute, Keypad,
+// Hold, Transfer, Add and End, with the keypad opening below. Transfer and
+// Add open the sheet in place of the controls.
 FocusScope {
     id: screen
 
     required property QtObject phone
     required property QtObject windows
+    property QtObject session: null
 
     readonly property var call: phone.activeCall
     readonly property bool incoming: call.status === "incoming"
@@ -17,6 +20,14 @@ FocusScope {
     readonly property string number: call.number || ""
     property bool showKeypad: false
     property string dialed: ""
+    // --- two calls and statistics ---
+    property bool showTransfer: false
+    property bool showAddCall: false
+    readonly property var held: phone.heldCall
+    readonly property bool hasHeld: held.uuid !== undefined
+    readonly property bool connected: call.status === "connected"
+    readonly property QtObject stats: session ? session.callStatistics : null
+    readonly property bool sheetOpen: showTransfer || showAddCall
 
     implicitWidth: 320
     implicitHeight: column.implicitHeight + 40
@@ -28,6 +39,19 @@ FocusScope {
         anchors.horizontalCenter: parent.horizontalCenter
         width: parent.width - 40
         spacing: 0
+
+        HeldCallStrip {
+            objectName: "heldCallStrip"
+            visible: screen.hasHeld
+            Layout.fillWidth: true
+            // Clear of the mini bar button in the corner.
+            Layout.rightMargin: 16
+            Layout.bottomMargin: 14
+            call: screen.held
+            canMerge: screen.session ? screen.session.canMerge : false
+            onSwap: screen.phone.swap()
+            onMerge: screen.session.mergeCallsFromScreen()
+        }
 
         CallAvatar {
             Layout.alignment: Qt.AlignHCenter
@@ -70,6 +94,50 @@ FocusScope {
             Accessible.name: text
         }
 
+        StatsToggle {
+            objectName: "statsToggle"
+            visible: screen.stats !== null && !screen.incoming
+            Layout.alignment: Qt.AlignHCenter
+            Layout.topMargin: 4
+            shown: screen.windows.showStats
+            level: screen.stats ? screen.stats.level : ""
+            onToggled: screen.windows.showStats = !screen.windows.showStats
+        }
+        CallStatsPanel {
+            objectName: "statsPanel"
+            visible: screen.stats !== null && screen.windows.showStats && !screen.incoming
+            Layout.fillWidth: true
+            Layout.topMargin: 8
+            stats: screen.stats ? screen.stats : emptyStats
+        }
+
+        TransferSheet {
+            objectName: "transferSheet"
+            visible: screen.sheetOpen
+            Layout.fillWidth: true
+            Layout.topMargin: 12
+            session: screen.session
+            purpose: screen.showAddCall ? "addCall" : "transfer"
+            onVisibleChanged: {
+                query = ""
+                showKeypad = false
+                if (visible) forceActiveFocus()
+            }
+            onCancelled: {
+                screen.showTransfer = false
+                screen.showAddCall = false
+            }
+            onChosen: number => {
+                const adding = screen.showAddCall
+                screen.showTransfer = false
+                screen.showAddCall = false
+                if (adding)
+                    screen.phone.dial(number)
+                else
+                    screen.phone.transfer(number)
+            }
+        }
+
         RowLayout {
             objectName: "incomingControls"
             visible: screen.incoming
@@ -95,10 +163,10 @@ FocusScope {
 
         RowLayout {
             objectName: "callControls"
-            visible: !screen.incoming
+            visible: !screen.incoming && !screen.sheetOpen
             Layout.alignment: Qt.AlignHCenter
             Layout.topMargin: 24
-            spacing: 28
+            spacing: 16
 
             CallButton {
                 objectName: "muteButton"
@@ -116,10 +184,33 @@ FocusScope {
                 accessibleName: screen.showKeypad ? qsTr("Hide keypad") : qsTr("Keypad")
                 onClicked: screen.showKeypad = !screen.showKeypad
             }
+            CallButton {
+                objectName: "holdButton"
+                enabled: screen.connected
+                title: screen.call.held ? qsTr("Resume") : qsTr("Hold")
+                systemImage: screen.call.held ? "play.fill" : "pause.fill"
+                active: screen.call.held === true
+                onClicked: screen.phone.toggleHold()
+            }
+            CallButton {
+                objectName: "transferButton"
+                enabled: screen.connected
+                title: qsTr("Transfer")
+                systemImage: "arrow.turn.up.right"
+                onClicked: screen.showTransfer = true
+            }
+            CallButton {
+                objectName: "addCallButton"
+                enabled: screen.connected && !screen.hasHeld
+                title: qsTr("Add")
+                systemImage: "plus"
+                accessibleName: qsTr("Add call")
+                onClicked: screen.showAddCall = true
+            }
         }
         CallButton {
             objectName: "endButton"
-            visible: !screen.incoming
+            visible: !screen.incoming && !screen.sheetOpen
             Layout.alignment: Qt.AlignHCenter
             Layout.topMargin: 18
             title: qsTr("End")
@@ -131,7 +222,7 @@ FocusScope {
         InCallKeypad {
             id: keypad
             objectName: "inCallKeypad"
-            visible: screen.showKeypad && !screen.incoming
+            visible: screen.showKeypad && !screen.incoming && !screen.sheetOpen
             Layout.alignment: Qt.AlignHCenter
             Layout.topMargin: 12
             dialed: screen.dialed
@@ -139,5 +230,22 @@ FocusScope {
             onSend: digit => screen.phone.sendActiveDigits(digit)
             onVisibleChanged: if (visible) forceActiveFocus()
         }
+    }
+
+    // Figures of nothing, while the screen has no session.
+    QtObject {
+        id: emptyStats
+        readonly property string level: ""
+        readonly property string levelText: ""
+        readonly property string serverMos: ""
+        readonly property string localMos: ""
+        readonly property bool hasStats: false
+        readonly property string incomingLoss: ""
+        readonly property string incomingJitter: ""
+        readonly property string outgoingLoss: ""
+        readonly property string outgoingJitter: ""
+        readonly property string roundTrip: ""
+        readonly property string packets: ""
+        readonly property string warning: ""
     }
 }

@@ -83,6 +83,7 @@ ApplicationWindow {
         CallScreen {
             phone: window.phone
             windows: window.windows
+            session: window.session
         }
     }
 

@@ -34,7 +34,16 @@ QtObject {
         "arrow.down.right.and.arrow.up.left": "minimize-2",
         "arrow.up.left.and.arrow.down.right": "maximize-2",
         // --- directory ---
-        "magnifyingglass": "search"
+        "magnifyingglass": "search",
+        // --- two calls and statistics ---
+        "pause.fill": "pause",
+        "play.fill": "play",
+        "arrow.turn.up.right": "phone-forwarded",
+        "plus": "plus",
+        "arrow.left.arrow.right": "arrow-left-right",
+        "arrow.triangle.merge": "merge",
+        "person.badge.plus": "user-plus",
+        "chart.bar.xaxis": "chart-bar"
     })
 
     function of(name) {

@@ -89,6 +89,15 @@ FocusScope {
             onClicked: bar.phone.hangUpActive()
         }
         CallButton {
+            objectName: "miniSwapButton"
+            visible: !bar.incoming && bar.phone.heldCall.uuid !== undefined
+            size: 32
+            systemImage: "arrow.left.arrow.right"
+            accessibleName: qsTr("Swap calls")
+            toolTip: qsTr("Swap calls")
+            onClicked: bar.phone.swap()
+        }
+        CallButton {
             objectName: "fullControlsButton"
             size: 32
             systemImage: "arrow.up.left.and.arrow.down.right"

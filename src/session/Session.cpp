@@ -1,6 +1,8 @@
 #include "session/Session.h"
 
 #include "history/DirectoryCache.h"
+#include "session/CallStatistics.h" // --- call statistics ---
+
 #include "platform/Hardware.h"
 #include "platform/Log.h"
 #include "telephony/Phone.h"

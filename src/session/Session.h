@@ -16,6 +16,7 @@
 #include <QPointer>
 #include <QString>
 #include <QUrl>
+#include <QVariantList>
 
 #include <QCoro/QCoroTask>
 
@@ -24,6 +25,7 @@
 #include <memory>
 #include <optional>
 
+class CallStatistics;
 class Phone;
 class AvatarFlight;
 
@@ -47,6 +49,10 @@ class Session : public QObject {
     Q_PROPERTY(QString meId READ meId NOTIFY meChanged)
     // The directory screen's list, searched and sorted.
     Q_PROPERTY(DirectoryFilter* directoryList READ directoryList CONSTANT)
+    // --- merge ---
+    Q_PROPERTY(bool canMerge READ canMerge NOTIFY mergeTargetsChanged)
+    // --- call statistics ---
+    Q_PROPERTY(QObject* callStatistics READ callStatisticsObject NOTIFY callStatisticsChanged)
 public:
     enum class State { loading, signedOut, signingIn, signedIn };
     Q_ENUM(State)
@@ -85,7 +91,11 @@ public:
     const std::optional<PendingAuth>& pendingAuth() const { return m_pendingAuth; }
 
     // The phone this session provisions, wakes and stops; the app gives it once.
-    void setPhone(Phone* phone) { m_phone = phone; }
+    void setPhone(Phone* phone) {
+        m_phone = phone;
+        watchMergeTargets();
+        makeCallStatistics();
+    }
     Phone* phone() const { return m_phone; }
 
     // How the browser is opened; the shell gives the desktop's. False when it could not be.
@@ -161,6 +171,34 @@ public:
     DirectoryModel* directoryModel() { return m_directoryModel.get(); }
     DirectoryFilter* directoryList() { return m_directoryList.get(); }
     // --- end of directory ---
+    // --- merge ---
+    // The server calls of the call in front and of the held one.
+    struct MergePair {
+        QString active;
+        QString held;
+        bool operator==(const MergePair&) const = default;
+    };
+    // Both calls connected and each found among the user's calls by a leg of
+    // its SIP call; otherwise none, and a merge does nothing.
+    std::optional<MergePair> mergeTargets() const;
+    static std::optional<MergePair> mergePair(const std::optional<QString>& activeSipCallId,
+                                              const std::optional<QString>& heldSipCallId,
+                                              const live::Calls& calls);
+    bool canMerge() const;
+    // Asks the server to join the two calls; a failure goes to error.
+    QCoro::Task<> mergeCalls();
+    Q_INVOKABLE void mergeCallsFromScreen();
+    // The merge's reply, or a failure whose text says the server answered
+    // something this app cannot read.
+    static Answer strictAnswer(const QString& path, const API::Reply& reply);
+
+    // --- call statistics ---
+    // The figures of the call in front, for the call window; there once a phone is given.
+    CallStatistics* callStatistics() const { return m_callStatistics.get(); }
+    QObject* callStatisticsObject() const;
+    // --- transfer sheet ---
+    // Rows {name, number, typed} of the directory for what was typed.
+    Q_INVOKABLE QVariantList transferMatches(const QString& query) const;
 
     static constexpr char installService[] = "net.velnor.rz.install";
     static constexpr char installAccount[] = "id";
@@ -175,9 +213,15 @@ signals:
     void directoryErrorChanged();
     // A picture came into avatarImages.
     void avatarImageAdded(const QString& url, const QString& version);
+    // --- merge ---
+    void mergeTargetsChanged();
+    // --- call statistics ---
+    void callStatisticsChanged();
 
 private:
     void setState(State state);
+    void watchMergeTargets();
+    void makeCallStatistics();
     void setMe(std::optional<Me> me);
     QCoro::Task<> completeSignIn(QUrl url, PendingAuth pending);
     static QUrl savedServer(const SettingsStore& settings);
@@ -212,4 +256,6 @@ private:
     AvatarCache m_avatarCache;
     std::unique_ptr<DirectoryModel> m_directoryModel;
     std::unique_ptr<DirectoryFilter> m_directoryList;
+    // --- call statistics ---
+    std::unique_ptr<CallStatistics> m_callStatistics;
 };

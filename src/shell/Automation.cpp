@@ -108,6 +108,23 @@ bool Automation::SendDigits(const QString& digits) {
     return m_app.phone().sendActiveDigits(digits);
 }
 
+// --- two calls ---
+void Automation::ToggleHold() {
+    m_app.phone().toggleHold();
+}
+
+void Automation::Swap() {
+    m_app.phone().swap();
+}
+
+void Automation::Transfer(const QString& target) {
+    m_app.phone().transfer(target);
+}
+
+void Automation::Merge() {
+    m_app.session().mergeCallsFromScreen();
+}
+
 void Automation::SignIn() {
     m_app.session().signIn();
 }

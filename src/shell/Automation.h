@@ -53,6 +53,11 @@ public slots:
     void HangUp();
     void SetMuted(bool muted);
     bool SendDigits(const QString& digits);
+    // --- two calls ---
+    void ToggleHold();
+    void Swap();
+    void Transfer(const QString& target);
+    void Merge();
 
 private:
     void changed(const char* property, const QVariant& value);

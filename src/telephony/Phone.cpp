@@ -54,6 +54,8 @@ QVariantMap Phone::ActiveCall::toMap() const {
         {QStringLiteral("outgoing"), !incoming},
         {QStringLiteral("connectedAt"),
          connectedAt ? connectedAt->toUTC().toString(Qt::ISODateWithMs) : QString()},
+        {QStringLiteral("held"), held},
+        {QStringLiteral("transferring"), transferring},
     };
 }
 
@@ -258,15 +260,19 @@ void Phone::dial(const QString& typed) {
     if (number.isEmpty()) {
         return;
     }
+    // Two calls at most, and a second one only beside a settled first.
     if (m_heldCall) {
         return;
     }
-    // A second call needs the first on hold, which comes with hold and
-    // transfer; until then a dial during any call does nothing.
-    if (m_activeCall) {
+    if (m_activeCall &&
+        (m_activeCall->status != ActiveCall::Status::connected || m_activeCall->transferring)) {
         return;
     }
-    if (placeCall(QUuid::createUuid(), number)) {
+    if (m_activeCall && !m_activeCall->held && !setHold(*m_activeCall, true)) {
+        return;
+    }
+    const bool first = !m_activeCall;
+    if (placeCall(QUuid::createUuid(), number) && first) {
         startAudio();
     }
 }
@@ -436,6 +442,24 @@ std::optional<core::CallStats> Phone::activeStats() const {
         return call->stats();
     }
     return std::nullopt;
+}
+
+std::optional<std::vector<std::int64_t>> Phone::activeCounters() const {
+    if (!m_activeCall) {
+        return std::nullopt;
+    }
+    const auto call = m_calls.value(m_activeCall->uuid);
+    if (!call) {
+        return std::nullopt;
+    }
+    const auto media = call->mediaCounters();
+    std::vector<std::int64_t> counters;
+    for (std::size_t i = 0; i < 2 && i < media.size(); ++i) {
+        counters.push_back(std::int64_t(media[i]));
+    }
+    counters.push_back(m_audio->micFrames());
+    counters.push_back(m_audio->restarts());
+    return counters;
 }
 
 void Phone::writeCall(const ActiveCall& call) {

@@ -18,6 +18,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <vector>
 
 class CallAudio;
 class CoreEvents;
@@ -70,7 +71,7 @@ public:
 
         static QString statusName(Status status);
         // uuid, number, name, status, muted, outgoing, connectedAt (ISO 8601, empty while
-        // unconnected).
+        // unconnected), held, transferring.
         QVariantMap toMap() const;
         bool operator==(const ActiveCall&) const = default;
     };
@@ -146,6 +147,19 @@ public:
     std::optional<ActiveCall> callInfo(const QUuid& uuid) const;
     std::optional<QString> sipCallId(const QUuid& uuid) const;
     std::optional<core::CallStats> activeStats() const;
+    // [packets in, packets out, microphone frames, audio restarts] of the call
+    // in front, for the statistics panel.
+    std::optional<std::vector<std::int64_t>> activeCounters() const;
+
+    // --- two calls: hold, swap, transfer ---
+    // Asks the engine to hold or resume; false when the call has no engine
+    // call or the engine refused (lastError says why).
+    bool setHold(const ActiveCall& call, bool on);
+    Q_INVOKABLE void toggleHold();
+    Q_INVOKABLE void swap();
+    // Blind: the call in front is handed to the target by the engine's REFER.
+    Q_INVOKABLE void transfer(const QString& target);
+    Q_INVOKABLE void setActiveHold(bool on);
 
     // For the screens, acting on the call in front.
     Q_INVOKABLE void hangUpActive();

@@ -198,3 +198,42 @@ TEST_F(PhoneApp, AnAppKilledMidCallHasTheCallMarkedInterruptedAtTheNextStart) {
     EXPECT_TRUE(entry.answered);
     EXPECT_FALSE(entry.duration);
 }
+
+// --- two calls ---
+TEST_F(PhoneApp, HoldASecondCallSwapAndHangUpOverTheBus) {
+    Baresip bob(dir.path(), "bob", Baresip::Role::echo, kamailio, tone, certs.trustedCa);
+    Baresip carol(dir.path(), "carol", Baresip::Role::tonePlayer, kamailio, tone, certs.trustedCa);
+    ChildProcess app;
+    startApp(app);
+    ASSERT_TRUE(waitForProperty("Registration",
+                                [](const QVariant& v) { return v.toString() == "registered"; }));
+    const auto active = [&] { return qdbus_cast<QVariantMap>(property("ActiveCall")); };
+    const auto is = [&](const char* number, const char* status, bool held) {
+        return waitForProperty("ActiveCall", [&](const QVariant& v) {
+            const auto call = qdbus_cast<QVariantMap>(v);
+            return call.value("number").toString() == number &&
+                   call.value("status").toString() == status && call.value("held").toBool() == held;
+        });
+    };
+    call("Dial", {"bob"});
+    ASSERT_TRUE(is("bob", "connected", false)) << active().value("status").toString().toStdString();
+    call("ToggleHold");
+    ASSERT_TRUE(is("bob", "connected", true));
+    call("ToggleHold");
+    ASSERT_TRUE(is("bob", "connected", false));
+
+    // A second call puts Bob on hold; Swap brings him back.
+    call("Dial", {"carol"});
+    carol.waitEvent({"CALL_INCOMING"});
+    carol.command("accept");
+    ASSERT_TRUE(is("carol", "connected", false));
+    call("Swap");
+    ASSERT_TRUE(is("bob", "connected", false));
+    // Ending Bob's call brings Carol forward, still on hold.
+    call("HangUp");
+    ASSERT_TRUE(is("carol", "connected", true));
+    call("HangUp");
+    EXPECT_TRUE(waitForProperty(
+        "ActiveCall", [](const QVariant& v) { return qdbus_cast<QVariantMap>(v).isEmpty(); }));
+    bob.waitEvent({"CALL_CLOSED"});
+}

@@ -23,8 +23,8 @@ public:
     }
     void hangup() override { ++hangups; }
     std::string sipCallId() const override { return m_id; }
-    std::vector<std::uint64_t> mediaCounters() const override { return {0, 0}; }
-    core::CallStats stats() const override { return {}; }
+    std::vector<std::uint64_t> mediaCounters() const override { return counters; }
+    core::CallStats stats() const override { return callStats; }
     std::vector<std::int16_t> readAudio() override { return std::vector<std::int16_t>(160, 0); }
     std::optional<std::string> remoteName() const override { return m_name; }
     std::string remoteNumber() const override { return m_number; }
@@ -35,8 +35,27 @@ public:
         }
         digits.push_back(digit);
     }
-    void setHold(bool) override {}
-    void transfer(const std::string&) override {}
+    void setHold(bool hold) override {
+        if (refuseHold) {
+            throw core::CoreError(core::CoreError::Kind::message, "The call could not be held.");
+        }
+        holds.push_back(hold);
+    }
+    void transfer(const std::string& target) override {
+        if (refuseTransfer) {
+            throw core::CoreError(core::CoreError::Kind::message,
+                                  "A transfer of this call is under way.");
+        }
+        transfers.push_back(target);
+    }
+
+    // --- two calls ---
+    std::vector<bool> holds;
+    std::vector<std::string> transfers;
+    bool refuseHold = false;
+    bool refuseTransfer = false;
+    core::CallStats callStats;
+    std::vector<std::uint64_t> counters{0, 0};
 
     int answers = 0;
     int hangups = 0;
