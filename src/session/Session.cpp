@@ -28,7 +28,9 @@ Session::Session(SettingsStore& settings, SecureStore& secrets, Clock& clock, QO
     : QObject(parent), m_settings(settings), m_secrets(secrets), m_clock(clock),
       m_server(savedServer(settings)), m_api(API::make(m_server, secrets, clock)),
       m_live(std::make_unique<Live>(
-          [self = QPointer<Session>(this)] { return liveConnection(self); }, clock)) {}
+          [self = QPointer<Session>(this)] { return liveConnection(self); }, clock)) {
+    connectActions();
+}
 
 QCoro::Task<API::LiveConnection> Session::liveConnection(QPointer<Session> session) {
     if (!session) {
@@ -243,6 +245,18 @@ QCoro::Task<> Session::enter() {
     // Then, each handling its own failures: live updates, queues, the
     // directory, the first page of the call history, voicemail.
     m_live->start();
+    // --- server actions: queues ---
+    {
+        const QPointer<Session> self(this);
+        co_await refreshQueues();
+        if (!self) {
+            co_return;
+        }
+    }
+    // --- end of server actions: queues ---
+    // --- server actions: voicemail ---
+    co_await refreshVoicemail();
+    // --- end of server actions: voicemail ---
 }
 
 std::optional<AppDevice::Edge> Session::chooseEdge(const QList<AppDevice::Edge>& edges) {
@@ -328,7 +342,10 @@ void Session::resetLocal() {
     // and the followed call stay for the next follow or watchQueues to sort out.
     m_live->stop();
     m_live->clearState();
-    // Queues and the directory cache are emptied here, once they exist.
+    // --- server actions ---
+    setQueues({});
+    // --- end of server actions ---
+    // The directory cache is emptied here, once it exists.
     if (m_phone) {
         // A call in progress ends with the client.
         m_phone->stop();
@@ -341,7 +358,11 @@ void Session::resetLocal() {
     m_settings.remove(QString::fromLatin1(deviceIdKey));
     setMe(std::nullopt);
     setDirectory(std::nullopt);
-    // The call history and voicemail are cleared here too.
+    // The call history is cleared here too.
+    // --- server actions ---
+    setVoicemail({});
+    setVoicemailLoaded(false);
+    // --- end of server actions ---
     setState(State::signedOut);
 }
 
