@@ -32,7 +32,16 @@ QtObject {
         // --- call windows ---
         "circle.grid.3x3.fill": "grid-3x3",
         "arrow.down.right.and.arrow.up.left": "minimize-2",
-        "arrow.up.left.and.arrow.down.right": "maximize-2"
+        "arrow.up.left.and.arrow.down.right": "maximize-2",
+        // --- voicemail, forwarding, do not disturb ---
+        "play.fill": "play",
+        "pause.fill": "pause",
+        "envelope.badge": "mail",
+        "envelope.open": "mail-open",
+        "trash": "trash-2",
+        "moon.fill": "moon",
+        "arrow.turn.up.right": "phone-forwarded",
+        "plus": "plus"
     })
 
     function of(name) {

@@ -63,6 +63,9 @@ void Application::init(SettingsStore& settings, SecureStore& secrets) {
     };
     PhoneContacts* contacts = m_contacts.get();
     m_phone->contactName = [contacts](const QString& number) { return contacts->name(number); };
+    // --- server actions: a voicemail's caller named from the address book ---
+    m_session->contactName = [contacts](const QString& number) { return contacts->name(number); };
+    // --- end of server actions ---
     m_session->setOpenBrowser([](const QUrl& url) { return QDesktopServices::openUrl(url); });
     m_engine.addImportPath(QStringLiteral("qrc:/"));
     // --- main window and tray ---
@@ -194,6 +197,17 @@ void Application::applyKeepInTray() {
                 {QStringLiteral("phone"), QVariant::fromValue<QObject*>(m_phone.get())},
                 {QStringLiteral("shell"), QVariant::fromValue<QObject*>(m_shellState.get())}});
     }
+    // --- voicemail badge ---
+    m_tray->setUnreadVoicemail(m_session->unreadVoicemailCount());
+    connect(
+        m_session.get(), &Session::voicemailChanged, m_tray.get(),
+        [this] {
+            if (m_tray) {
+                m_tray->setUnreadVoicemail(m_session->unreadVoicemailCount());
+            }
+        },
+        Qt::UniqueConnection);
+    // --- end of voicemail badge ---
     // Where the desktop shows no tray the app still stays for calls; starting
     // it again shows the window.
     const bool shown = m_tray->install();
