@@ -19,6 +19,44 @@ VoicemailPlayer::VoicemailPlayer(QObject* parent) : QObject(parent) {
 
 VoicemailPlayer::~VoicemailPlayer() = default;
 
+// One player for the life of this object, made at the first message: a second
+// message then starts without setting up the sound pipeline again.
+void VoicemailPlayer::makePlayer() {
+    if (m_player) {
+        return;
+    }
+    m_output = std::make_unique<QAudioOutput>();
+    m_player = std::make_unique<QMediaPlayer>();
+    m_player->setAudioOutput(m_output.get());
+    connect(m_player.get(), &QMediaPlayer::mediaStatusChanged, this,
+            [this](QMediaPlayer::MediaStatus status) {
+                if (m_current &&
+                    (status == QMediaPlayer::EndOfMedia || status == QMediaPlayer::InvalidMedia)) {
+                    // Finished, well or not: back to idle.
+                    stop();
+                }
+            });
+    connect(m_player.get(), &QMediaPlayer::errorOccurred, this,
+            [this](QMediaPlayer::Error, const QString& text) {
+                if (m_current) {
+                    stop();
+                    reportFailure(text);
+                }
+            });
+    connect(m_player.get(), &QMediaPlayer::playbackStateChanged, this,
+            [this](QMediaPlayer::PlaybackState state) {
+                if (m_current) {
+                    setPlaying(state == QMediaPlayer::PlayingState);
+                }
+            });
+    connect(m_player.get(), &QMediaPlayer::positionChanged, this, [this](qint64 position) {
+        if (m_current && !m_announced && position > 0) {
+            m_announced = true;
+            emit started();
+        }
+    });
+}
+
 bool VoicemailPlayer::play(const QString& path, const QString& id, QString* why) {
     stop();
     if (!QFileInfo(path).isReadable()) {
@@ -27,45 +65,11 @@ bool VoicemailPlayer::play(const QString& path, const QString& id, QString* why)
         }
         return false;
     }
-    m_output = std::make_unique<QAudioOutput>();
-    m_player = std::make_unique<QMediaPlayer>();
-    m_player->setAudioOutput(m_output.get());
-    QMediaPlayer* player = m_player.get();
-    connect(player, &QMediaPlayer::mediaStatusChanged, this,
-            [this, player](QMediaPlayer::MediaStatus status) {
-                if (player != m_player.get()) {
-                    return;
-                }
-                if (status == QMediaPlayer::EndOfMedia || status == QMediaPlayer::InvalidMedia) {
-                    // Finished, well or not: back to idle.
-                    stop();
-                }
-            });
-    connect(player, &QMediaPlayer::errorOccurred, this,
-            [this, player](QMediaPlayer::Error, const QString& text) {
-                if (player != m_player.get()) {
-                    return;
-                }
-                stop();
-                reportFailure(text);
-            });
-    connect(player, &QMediaPlayer::playbackStateChanged, this,
-            [this, player](QMediaPlayer::PlaybackState state) {
-                if (player == m_player.get()) {
-                    setPlaying(state == QMediaPlayer::PlayingState);
-                }
-            });
-    connect(
-        player, &QMediaPlayer::positionChanged, this,
-        [this, player](qint64 position) {
-            if (player == m_player.get() && position > 0) {
-                emit started();
-            }
-        },
-        Qt::SingleShotConnection);
+    makePlayer();
+    m_announced = false;
+    m_current = id;
     m_player->setSource(QUrl::fromLocalFile(path));
     m_player->play();
-    m_current = id;
     emit currentChanged();
     setPlaying(true);
     m_timer.start();
@@ -73,7 +77,7 @@ bool VoicemailPlayer::play(const QString& path, const QString& id, QString* why)
 }
 
 void VoicemailPlayer::toggle() {
-    if (!m_player) {
+    if (!m_player || !m_current) {
         return;
     }
     if (m_player->playbackState() == QMediaPlayer::PlayingState) {
@@ -86,15 +90,13 @@ void VoicemailPlayer::toggle() {
 
 void VoicemailPlayer::stop() {
     m_timer.stop();
-    if (m_player) {
-        // Let go of it after this turn: stop() may run inside one of its own signals.
-        m_player->disconnect(this);
-        m_player->stop();
-        m_player.release()->deleteLater();
-        m_output.release()->deleteLater();
-    }
     const bool hadCurrent = m_current.has_value();
+    // Idle first, so that the player's own signals from here on find nothing playing.
     m_current.reset();
+    if (m_player) {
+        m_player->stop();
+        m_player->setSource(QUrl());
+    }
     if (hadCurrent) {
         emit currentChanged();
     }
@@ -107,7 +109,7 @@ void VoicemailPlayer::stop() {
 }
 
 void VoicemailPlayer::seek(double fraction) {
-    if (!m_player || m_player->duration() <= 0) {
+    if (!m_player || !m_current || m_player->duration() <= 0) {
         return;
     }
     const double clamped = std::clamp(fraction, 0.0, 1.0);
@@ -116,7 +118,7 @@ void VoicemailPlayer::seek(double fraction) {
 }
 
 void VoicemailPlayer::tick() {
-    if (!m_player) {
+    if (!m_player || !m_current) {
         return;
     }
     const double position = double(m_player->position()) / 1000.0;

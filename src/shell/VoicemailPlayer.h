@@ -63,6 +63,7 @@ signals:
     void started();
 
 private:
+    void makePlayer();
     void tick();
     void setPlaying(bool playing);
     void reportFailure(const QString& text);
@@ -71,6 +72,8 @@ private:
     bool m_playing = false;
     double m_progress = 0;
     double m_elapsed = 0;
+    // The first sound of the present message has been announced.
+    bool m_announced = false;
     std::unique_ptr<QMediaPlayer> m_player;
     std::unique_ptr<QAudioOutput> m_output;
     QTimer m_timer;
