@@ -1,12 +1,14 @@
 #include "shell/VoicemailPlayer.h"
 
 #include "../../integration/session/BrowserKit.h"
+#include "../../unit/telephony/FakeCore.h"
 #include "DevServer.h"
 #include "EventLoopWait.h"
 #include "PulseAudioServer.h"
 #include "RunTask.h"
 #include "Services.h"
 #include "StderrCapture.h"
+#include "audio/NullBackend.h"
 
 #include <QFile>
 #include <QSignalSpy>
@@ -160,6 +162,39 @@ TEST_F(VoicemailPlayback, ASoundThatCannotBeFetchedIsReportedAndNothingPlays) {
     EXPECT_EQ(session->errorText(), "HTTP 500: gone");
     EXPECT_FALSE(player.current().has_value());
     EXPECT_FALSE(session->voicemail().first().readAt);
+}
+
+TEST_F(VoicemailPlayback, DuringACallOnlyTheMessageAlreadyLoadedMayBeToggled) {
+    signIn();
+    // A phone over an engine of the test's own, so that a call can be made to come in.
+    Phone phone(settings, std::make_shared<NullBackend>());
+    phone.setClientFactory(
+        [](const core::SipAccount& account, std::shared_ptr<core::ClientDelegate> delegate) {
+            return std::make_shared<FakeClient>(account, std::move(delegate));
+        });
+    phone.setAccount({"127.0.0.1:5060", "rz.local", "ada", "secret", ""});
+    phone.start();
+    phone.registrationChanged(core::RegistrationState::registered());
+    player.setPhone(&phone);
+    const QString first = session->voicemail()[0].id;
+    const QString second = session->voicemail()[1].id;
+    QSignalSpy started(&player, &VoicemailPlayer::started);
+    player.playMessage(first);
+    ASSERT_TRUE(spinUntil([&] { return started.count() == 1; }, 5s));
+    phone.incomingCall(std::make_shared<FakeCoreCall>("sip-1", "204"));
+    ASSERT_TRUE(phone.hasActiveCall());
+    StderrCapture quiet;
+    player.playMessage(second);
+    EXPECT_EQ(session->errorText(), "Voicemail can be played after the call.");
+    EXPECT_EQ(player.currentText(), first);
+    // The message already loaded still pauses and goes on.
+    player.playMessage(first);
+    EXPECT_FALSE(player.playing());
+    EXPECT_EQ(player.currentText(), first);
+    player.playMessage(first);
+    EXPECT_TRUE(player.playing());
+    player.stop();
+    player.setPhone(nullptr);
 }
 
 namespace {
