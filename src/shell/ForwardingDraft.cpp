@@ -11,7 +11,8 @@
 
 namespace {
 
-// Case and accents left out, so that "muller" finds "Müller".
+// Case and accents left out, so that "muller" finds "Müller". The directory
+// screen's search rule is meant to replace this once both are in one tree.
 QString folded(const QString& text) {
     const QString decomposed = text.normalized(QString::NormalizationForm_KD);
     QString out;
@@ -179,7 +180,8 @@ QVariantList ForwardingDraft::colleagues(const QString& query) const {
     }
     const auto& directory = *m_session->directory();
     const QString myId = m_session->me() ? m_session->me()->id : QString();
-    const QString wanted = folded(query.trimmed());
+    const QString trimmed = query.trimmed();
+    const QString wanted = folded(trimmed);
     QCollator collator;
     collator.setCaseSensitivity(Qt::CaseInsensitive);
     auto section = [&](const QList<Directory::Entry>& entries, bool group) {
@@ -189,7 +191,7 @@ QVariantList ForwardingDraft::colleagues(const QString& query) const {
                 continue;
             }
             if (wanted.isEmpty() || folded(entry.name).contains(wanted) ||
-                entry.extension_.value_or(QString()).contains(wanted)) {
+                entry.extension_.value_or(QString()).startsWith(trimmed)) {
                 hits.append(&entry);
             }
         }
