@@ -7,6 +7,8 @@ Popup {
     id: picker
 
     required property QtObject draft
+    // For the monograms of the rows.
+    property QtObject shell: null
     // The rule being chosen for.
     property string rule: ""
     property string query: ""
@@ -58,6 +60,14 @@ Popup {
             Layout.leftMargin: 12
             Layout.rightMargin: 12
             placeholderText: qsTr("Search")
+            color: Theme.primaryText
+            placeholderTextColor: Theme.secondaryText
+            background: Rectangle {
+                radius: 6
+                color: Theme.fieldBackground
+                border.width: search.activeFocus ? 2 : 0
+                border.color: Theme.accent
+            }
             onTextChanged: picker.query = text
         }
         ListView {
@@ -78,6 +88,9 @@ Popup {
                 width: ListView.view.width
                 objectName: "pick_" + modelData.id
                 Accessible.name: modelData.name
+                background: Rectangle {
+                    color: parent.hovered ? Theme.fieldBackground : "transparent"
+                }
                 contentItem: ListRow {
                     title: modelData.name
                     subtitle: modelData.extension
@@ -85,6 +98,7 @@ Popup {
                         Avatar {
                             name: modelData.name
                             size: 32
+                            shell: picker.shell
                         }
                     }
                 }

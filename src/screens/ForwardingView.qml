@@ -8,6 +8,7 @@ Item {
     id: view
 
     required property QtObject draft
+    property QtObject shell: null
     // Closes the editor: after a good save, or on "Cancel".
     signal done()
 
@@ -130,6 +131,7 @@ Item {
         objectName: "colleaguePicker"
         parent: Overlay.overlay
         draft: view.draft
+        shell: view.shell
         function openFor(rule) { picker.rule = rule; open() }
     }
 

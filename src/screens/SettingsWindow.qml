@@ -149,6 +149,7 @@ ApplicationWindow {
             sourceComponent: ForwardingView {
                 objectName: "forwardingView"
                 draft: forwarding.draft
+                shell: window.shell
                 onDone: forwarding.close()
             }
         }

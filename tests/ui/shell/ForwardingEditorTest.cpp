@@ -276,3 +276,41 @@ TEST_F(ForwardingEditor, TheTraySwitchTurnsBackWhenTheServerRefuses) {
     EXPECT_FALSE(app().session().dnd());
     EXPECT_FALSE(dnd->property("checked").toBool());
 }
+
+TEST_F(ForwardingEditor, ThePickerAndTheNumberAlertSetTheirRule) {
+    signIn();
+    for (const bool dark : {false, true}) {
+        hostWindow("SettingsWindow.qml", dark);
+        click(item("forwardingRow"));
+        ASSERT_TRUE(spinUntil([&] { return shows("forwardingView"); }));
+        QObject* view = window->findChild<QObject*>("forwardingView");
+        ASSERT_NE(view, nullptr);
+        auto* draft = qobject_cast<ForwardingDraft*>(view->property("draft").value<QObject*>());
+        ASSERT_NE(draft, nullptr);
+
+        QObject* picker = window->findChild<QObject*>("colleaguePicker");
+        ASSERT_NE(picker, nullptr);
+        QMetaObject::invokeMethod(picker, "openFor", Q_ARG(QVariant, QVariant("always")));
+        ASSERT_TRUE(spinUntil([&] { return picker->property("opened").toBool(); }));
+        screenshot(dark ? "forwarding-picker-dark" : "forwarding-picker-light");
+        QQuickItem* ben = nullptr;
+        ASSERT_TRUE(spinUntil([&] { return (ben = item("pick_u-002")) != nullptr; }));
+        click(ben);
+        ASSERT_TRUE(spinUntil([&] { return !picker->property("visible").toBool(); }));
+        EXPECT_EQ(draft->alwaysText(), "Ben Ortiz");
+
+        QObject* alert = window->findChild<QObject*>("numberDialog");
+        ASSERT_NE(alert, nullptr);
+        QMetaObject::invokeMethod(alert, "openFor", Q_ARG(QVariant, QVariant("offline")));
+        QObject* field = window->findChild<QObject*>("numberField");
+        ASSERT_NE(field, nullptr);
+        // It starts from the number the rule has.
+        EXPECT_EQ(field->property("text").toString(), "+491701234567");
+        field->setProperty("text", "0151 234-567");
+        screenshot(dark ? "forwarding-number-dark" : "forwarding-number-light");
+        QMetaObject::invokeMethod(alert, "accept");
+        EXPECT_EQ(draft->offlineText(), "0151234567");
+        EXPECT_TRUE(item("forwardingSave")->isEnabled());
+        window.reset();
+    }
+}
