@@ -6,6 +6,7 @@
 
 #include "../tests/ui/shell/CallLab.h"
 #include "TwoCallsFigures.h"
+#include "VoicemailSoundBench.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -15,6 +16,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <vector>
 
 namespace {
@@ -108,11 +110,17 @@ int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     try {
-        // --- two calls ---
-        // First: the lab below keeps bus connections that end the process
-        // once its private bus goes, and so must be the last one.
-        twoCallsFigures();
-        figures();
+        // --- voicemail: "bench_calls voicemail" measures that figure alone ---
+        const bool voicemailOnly = argc > 1 && std::strcmp(argv[1], "voicemail") == 0;
+        if (!voicemailOnly) {
+            // --- two calls ---
+            // First: the lab below keeps bus connections that end the process
+            // once its private bus goes.
+            twoCallsFigures();
+            figures();
+        }
+        voicemailFirstSoundFigures();
+        // --- end of voicemail ---
     } catch (const std::exception& e) {
         std::fprintf(stderr, "bench_calls: %s\n", e.what());
         return 1;

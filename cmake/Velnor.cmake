@@ -41,7 +41,9 @@ set(VELNOR_LAYER_screens_QT Qt6::Core Qt6::Gui Qt6::Qml Qt6::Quick Qt6::QuickCon
 set(VELNOR_LAYER_shell_DEPS core platform api telephony live history contacts session screens)
 # Widgets for the tray icon alone: Qt's tray lives in that module.
 set(VELNOR_LAYER_shell_QT Qt6::Core Qt6::Network Qt6::WebSockets Qt6::DBus Qt6::Gui Qt6::Qml
-    Qt6::Quick Qt6::QuickControls2 Qt6::Svg Qt6::Widgets)
+    Qt6::Quick Qt6::QuickControls2 Qt6::Svg Qt6::Widgets
+    # the voicemail player
+    Qt6::Multimedia)
 set(VELNOR_LAYERS core platform api telephony live history contacts session screens shell)
 
 function(velnor_warnings target)

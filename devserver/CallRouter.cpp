@@ -155,6 +155,9 @@ RouteAnswer CallRouter::route(const std::string& sipCallId, const std::string& f
     std::vector<std::string> sipUsers;
     std::string fixedContact;
     for (const auto& userId : d.calleeUserIds) {
+        // --- do not disturb: none of the user's phones rings, also not for group calls ---
+        if (const User* u = m_model.user(userId); u && u->dnd.value_or(false))
+            continue;
         for (const auto& dev : m_model.devices) {
             if (dev.userId != userId)
                 continue;
@@ -170,8 +173,10 @@ RouteAnswer CallRouter::route(const std::string& sipCallId, const std::string& f
     } else if (sipUsers.empty()) {
         // Nobody has a phone: straight to the mailbox when there is one.
         const User* callee = personal ? m_model.user(d.calleeUserIds.front()) : nullptr;
+        const bool dnd = callee && callee->dnd.value_or(false);
         if (!callee || callee->voicemailBoxId.empty() || m_targets.recorderUri.empty())
-            return {"reject|480|Temporarily Unavailable"};
+            return dnd ? RouteAnswer{"reject|486|Busy Here"}
+                       : RouteAnswer{"reject|480|Temporarily Unavailable"};
         d.mailbox = callee->voicemailBoxId;
         answer.text = "uri|" + recorderFor(d.mailbox);
     } else {

@@ -73,9 +73,10 @@ ApplicationWindow {
         z: 2
         visible: window.hasCall && !window.miniBar && (canRecord || recording)
         recording: window.windows.callRecorded
-        canRecord: window.windows.canRecord
-        // The server action that starts or stops a recording is not in the app yet.
-        enabled: false
+        canRecord: window.session ? window.session.canRecord : false
+        enabled: window.session !== null
+        // The new state comes back through the live updates.
+        onRecordingRequested: (on) => window.session.setRecordingFromScreen(on)
     }
 
     Component {

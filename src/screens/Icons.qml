@@ -43,7 +43,12 @@ QtObject {
         "arrow.left.arrow.right": "arrow-left-right",
         "arrow.triangle.merge": "merge",
         "person.badge.plus": "user-plus",
-        "chart.bar.xaxis": "chart-bar"
+        "chart.bar.xaxis": "chart-bar",
+        // --- voicemail, forwarding, do not disturb ---
+        "envelope.badge": "mail",
+        "envelope.open": "mail-open",
+        "trash": "trash-2",
+        "moon.fill": "moon"
     })
 
     function of(name) {

@@ -180,11 +180,11 @@ Item {
     }
     Component {
         id: voicemail
-        SectionEmptyState {
-            objectName: "voicemailEmpty"
-            title: qsTr("No messages")
-            systemImage: "recordingtape"
-            description: qsTr("Voicemail messages appear here.")
+        VoicemailView {
+            objectName: "voicemailView"
+            session: root.session
+            phone: root.phone
+            shell: root.shell
         }
     }
     Component {

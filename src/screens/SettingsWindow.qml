@@ -2,8 +2,8 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Layouts
 
-// The settings window. For now it holds what the tray needs and the way out;
-// the rest of the settings join it later.
+// The settings window: do-not-disturb, forwarding, the tray switch and the
+// way out; the rest of the settings join it later.
 ApplicationWindow {
     id: window
 
@@ -23,6 +23,76 @@ ApplicationWindow {
         anchors.fill: parent
         anchors.margins: 24
         spacing: 8
+
+        // --- do not disturb and forwarding ---
+        RowLayout {
+            Layout.fillWidth: true
+            spacing: 10
+            TintedIcon {
+                name: "moon.fill"
+                size: 16
+                color: Theme.purple
+            }
+            Switch {
+                objectName: "dndSwitch"
+                Layout.fillWidth: true
+                text: qsTr("Do not disturb")
+                palette.windowText: Theme.primaryText
+                palette.base: Theme.fieldBackground
+                enabled: window.session.hasMe
+                checked: window.session.dnd
+                Accessible.name: text
+                onToggled: {
+                    window.session.setDndFromScreen(checked)
+                    // The flag stays the session's: a rollback shows here too.
+                    checked = Qt.binding(() => window.session.dnd)
+                }
+            }
+        }
+        Label {
+            Layout.fillWidth: true
+            wrapMode: Text.Wrap
+            color: Theme.secondaryText
+            text: qsTr("Do not disturb: none of your phones rings, also not for group calls.")
+        }
+        ItemDelegate {
+            objectName: "forwardingRow"
+            Layout.fillWidth: true
+            enabled: window.session.hasMe
+            Accessible.name: qsTr("Forwarding") + ", " + window.shell.forwardingSummary
+            background: Rectangle {
+                radius: 6
+                color: parent.hovered ? Theme.fieldBackground : "transparent"
+                border.width: parent.visualFocus ? 2 : 0
+                border.color: Theme.accent
+            }
+            contentItem: RowLayout {
+                spacing: 10
+                TintedIcon {
+                    name: "arrow.turn.up.right"
+                    size: 16
+                    color: Theme.accent
+                }
+                Label {
+                    Layout.fillWidth: true
+                    text: qsTr("Forwarding")
+                    color: Theme.primaryText
+                }
+                Label {
+                    objectName: "forwardingSummary"
+                    text: window.shell.forwardingSummary
+                    color: Theme.secondaryText
+                }
+                TintedIcon {
+                    name: "chevron.right"
+                    size: 12
+                    color: Theme.secondaryText
+                }
+            }
+            onClicked: forwarding.openEditor()
+        }
+        Rectangle { Layout.fillWidth: true; height: 1; color: Theme.separator }
+        // --- end of do not disturb and forwarding ---
 
         Switch {
             id: keep
@@ -61,4 +131,38 @@ ApplicationWindow {
             onClicked: window.session.signOutKeepingDeviceFromScreen()
         }
     }
+
+    // --- forwarding editor ---
+    Popup {
+        id: forwarding
+        objectName: "forwardingEditor"
+        property QtObject draft: null
+        function openEditor() {
+            draft = window.shell.newForwardingDraft()
+            open()
+        }
+        modal: true
+        focus: true
+        anchors.centerIn: parent
+        width: Math.min(window.width - 32, 460)
+        height: Math.min(window.height - 32, 440)
+        padding: 0
+        background: Rectangle {
+            color: Theme.windowBackground
+            radius: 10
+            border.color: Theme.separator
+        }
+        onClosed: draft = null
+        Loader {
+            anchors.fill: parent
+            active: forwarding.draft !== null
+            sourceComponent: ForwardingView {
+                objectName: "forwardingView"
+                draft: forwarding.draft
+                shell: window.shell
+                onDone: forwarding.close()
+            }
+        }
+    }
+    // --- end of forwarding editor ---
 }

@@ -202,9 +202,15 @@ Window {
             objectName: "trayDnd"
             Layout.fillWidth: true
             text: qsTr("Do not disturb")
-            // Do not disturb comes with the server actions for it.
-            enabled: false
-            palette.windowText: Theme.secondaryText
+            // Shown at once; a refusal by the server turns it back.
+            enabled: panel.session.hasMe
+            checked: panel.session.dnd
+            onToggled: {
+                panel.session.setDndFromScreen(checked)
+                // The flag stays the session's: a rollback shows here too.
+                checked = Qt.binding(() => panel.session.dnd)
+            }
+            palette.windowText: Theme.primaryText
             palette.base: Theme.fieldBackground
             Accessible.name: text
         }

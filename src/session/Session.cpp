@@ -37,6 +37,7 @@ Session::Session(SettingsStore& settings, SecureStore& secrets, Clock& clock, QO
     m_directoryModel->bind(this);
     m_directoryList = std::make_unique<DirectoryFilter>();
     m_directoryList->setDirectoryModel(m_directoryModel.get());
+    connectActions();
 }
 
 QCoro::Task<API::LiveConnection> Session::liveConnection(QPointer<Session> session) {
@@ -254,6 +255,18 @@ QCoro::Task<> Session::enter() {
     m_live->start();
     // --- directory ---
     refreshDirectory();
+    // --- server actions: queues ---
+    {
+        const QPointer<Session> self(this);
+        co_await refreshQueues();
+        if (!self) {
+            co_return;
+        }
+    }
+    // --- end of server actions: queues ---
+    // --- server actions: voicemail ---
+    co_await refreshVoicemail();
+    // --- end of server actions: voicemail ---
 }
 
 std::optional<AppDevice::Edge> Session::chooseEdge(const QList<AppDevice::Edge>& edges) {
@@ -339,7 +352,10 @@ void Session::resetLocal() {
     // and the followed call stay for the next follow or watchQueues to sort out.
     m_live->stop();
     m_live->clearState();
-    // Queues and the directory cache are emptied here, once they exist.
+    // --- server actions ---
+    setQueues({});
+    // --- end of server actions ---
+    // The directory cache is emptied here, once it exists.
     if (m_phone) {
         // A call in progress ends with the client.
         m_phone->stop();
@@ -357,6 +373,11 @@ void Session::resetLocal() {
     setDirectoryError(std::nullopt);
     DirectoryCache::remove();
     // The call history and voicemail are cleared here too.
+    // The call history is cleared here too.
+    // --- server actions ---
+    setVoicemail({});
+    setVoicemailLoaded(false);
+    // --- end of server actions ---
     setState(State::signedOut);
 }
 

@@ -9,6 +9,7 @@
 #include "session/AvatarCache.h"
 #include "session/DirectoryFilter.h"
 #include "session/DirectoryModel.h"
+#include "session/ActionRules.h"
 #include "telephony/Account.h"
 
 #include <QHash>
@@ -53,6 +54,16 @@ class Session : public QObject {
     Q_PROPERTY(bool canMerge READ canMerge NOTIFY mergeTargetsChanged)
     // --- call statistics ---
     Q_PROPERTY(QObject* callStatistics READ callStatisticsObject NOTIFY callStatisticsChanged)
+    // --- server actions ---
+    Q_PROPERTY(bool dnd READ dnd NOTIFY meChanged)
+    Q_PROPERTY(bool hasMe READ hasMe NOTIFY meChanged)
+    Q_PROPERTY(bool hasVoicemailBox READ hasVoicemailBox NOTIFY meChanged)
+    Q_PROPERTY(QVariantList voicemail READ voicemailRows NOTIFY voicemailChanged)
+    Q_PROPERTY(bool voicemailLoaded READ voicemailLoaded NOTIFY voicemailChanged)
+    Q_PROPERTY(QString voicemailError READ voicemailErrorText NOTIFY voicemailChanged)
+    Q_PROPERTY(int unreadVoicemailCount READ unreadVoicemailCount NOTIFY voicemailChanged)
+    Q_PROPERTY(bool canRecord READ canRecord NOTIFY canRecordChanged)
+    // --- end of server actions ---
 public:
     enum class State { loading, signedOut, signingIn, signedIn };
     Q_ENUM(State)
@@ -203,6 +214,55 @@ public:
     static constexpr char installService[] = "net.velnor.rz.install";
     static constexpr char installAccount[] = "id";
 
+    // --- server actions (SessionActions.cpp) ---
+    using AgentFlags = ::AgentFlags;
+
+    bool dnd() const { return m_me && m_me->dnd.value_or(false); }
+    bool hasMe() const { return m_me.has_value(); }
+    bool hasVoicemailBox() const { return m_me && m_me->voicemailBoxId.has_value(); }
+    const QList<VoicemailMessage>& voicemail() const { return m_voicemail; }
+    bool voicemailLoaded() const { return m_voicemailLoaded; }
+    const std::optional<QString>& voicemailError() const { return m_voicemailError; }
+    QString voicemailErrorText() const { return m_voicemailError.value_or(QString()); }
+    int unreadVoicemailCount() const;
+    const QList<QueueMembership>& queues() const { return m_queues; }
+    // The messages as the voicemail screen lists them, each with its title.
+    QVariantList voicemailRows() const;
+    // The name an address-book entry gives a number; the shell sets it.
+    std::function<std::optional<QString>(const QString&)> contactName;
+    // The title of a message's line: a colleague, a contact, the number, or "Unknown caller".
+    Q_INVOKABLE QString callerTitle(const QString& caller) const;
+
+    // Sends the four rules; true when the server took them (me then holds its reply).
+    QCoro::Task<bool> saveForwarding(Forwarding forwarding);
+    QCoro::Task<> setDnd(bool on);
+    QCoro::Task<> refreshVoicemail();
+    QCoro::Task<> setRead(QString id, bool read);
+    QCoro::Task<> deleteVoicemail(QString id);
+    // The message's sound as a local file, fetched once; failures go to the caller.
+    QCoro::Task<QString> voicemailAudio(QString id);
+    static QString voicemailAudioPath(const QString& id);
+    QCoro::Task<> refreshQueues();
+    QCoro::Task<> setAgent(QString queue, std::optional<bool> loggedIn, std::optional<bool> paused);
+    AgentFlags agentFlags(const QueueMembership& membership) const;
+    int queueWaitingTotal() const;
+    bool canRecord() const;
+    QCoro::Task<> setRecording(bool on);
+    // The conference this computer's call is in; each does nothing without one.
+    QCoro::Task<> addParticipant(QString number);
+    QCoro::Task<> setMuted(QString participant, bool muted);
+    QCoro::Task<> removeParticipant(QString participant);
+    QCoro::Task<> setLocked(bool locked);
+    QCoro::Task<> endConference();
+
+    // The same for the screens, which do not wait.
+    Q_INVOKABLE void setDndFromScreen(bool on);
+    Q_INVOKABLE void refreshVoicemailFromScreen();
+    Q_INVOKABLE void setReadFromScreen(const QString& id, bool read);
+    Q_INVOKABLE void deleteVoicemailFromScreen(const QString& id);
+    Q_INVOKABLE void setRecordingFromScreen(bool on);
+    // --- end of server actions ---
+
 signals:
     void stateChanged();
     void errorChanged();
@@ -217,6 +277,11 @@ signals:
     void mergeTargetsChanged();
     // --- call statistics ---
     void callStatisticsChanged();
+    // --- server actions ---
+    void voicemailChanged();
+    void queuesChanged();
+    void canRecordChanged();
+    // --- end of server actions ---
 
 private:
     void setState(State state);
@@ -258,4 +323,18 @@ private:
     std::unique_ptr<DirectoryFilter> m_directoryList;
     // --- call statistics ---
     std::unique_ptr<CallStatistics> m_callStatistics;
+    // --- server actions ---
+    void connectActions();
+    void setVoicemail(QList<VoicemailMessage> messages);
+    void setVoicemailLoaded(bool loaded);
+    void setVoicemailError(std::optional<QString> error);
+    void setQueues(QList<QueueMembership> queues);
+    // Sends a record and drops the reply.
+    QCoro::Task<API::Reply> send(QString path, QByteArray method, QByteArray body);
+
+    QList<VoicemailMessage> m_voicemail;
+    bool m_voicemailLoaded = false;
+    std::optional<QString> m_voicemailError;
+    QList<QueueMembership> m_queues;
+    // --- end of server actions ---
 };

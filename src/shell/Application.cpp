@@ -69,6 +69,9 @@ void Application::init(SettingsStore& settings, SecureStore& secrets) {
     };
     PhoneContacts* contacts = m_contacts.get();
     m_phone->contactName = [contacts](const QString& number) { return contacts->name(number); };
+    // --- server actions: a voicemail's caller named from the address book ---
+    m_session->contactName = [contacts](const QString& number) { return contacts->name(number); };
+    // --- end of server actions ---
     m_session->setOpenBrowser([](const QUrl& url) { return QDesktopServices::openUrl(url); });
     // --- directory: a colleague chosen in the desktop's launcher is dialled, or
     // queued until the phone is registered ---
@@ -211,6 +214,17 @@ void Application::applyKeepInTray() {
         connect(m_tray.get(), &TrayIcon::installedChanged, this,
                 [this] { m_shellState->setTrayShown(m_tray && m_tray->installed()); });
     }
+    // --- voicemail badge ---
+    m_tray->setUnreadVoicemail(m_session->unreadVoicemailCount());
+    connect(
+        m_session.get(), &Session::voicemailChanged, m_tray.get(),
+        [this] {
+            if (m_tray) {
+                m_tray->setUnreadVoicemail(m_session->unreadVoicemailCount());
+            }
+        },
+        Qt::UniqueConnection);
+    // --- end of voicemail badge ---
     // Where the desktop shows no tray the app still stays for calls; starting
     // it again shows the window. A tray that starts later takes the icon then.
     m_shellState->setTrayShown(m_tray->install());

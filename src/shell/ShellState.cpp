@@ -2,11 +2,13 @@
 
 #include "history/RowText.h"
 #include "session/Session.h"
+#include "shell/ForwardingDraft.h"
 #include "telephony/KeypadInput.h"
 #include "telephony/Phone.h"
 
 #include <QClipboard>
 #include <QGuiApplication>
+#include <QQmlEngine>
 
 namespace {
 
@@ -22,6 +24,14 @@ ShellState::ShellState(SettingsStore& settings, Phone& phone, Session& session, 
     m_keepInTray = settings.boolean(QString::fromLatin1(keepInTrayKey)).value_or(true);
     connect(&phone, &Phone::lastErrorChanged, this, &ShellState::alertChanged);
     connect(&session, &Session::errorChanged, this, &ShellState::alertChanged);
+    // --- server actions ---
+    connect(&session, &Session::voicemailChanged, this, &ShellState::badgesChanged);
+    connect(&session, &Session::queuesChanged, this, &ShellState::badgesChanged);
+    connect(&session.live(), &Live::boardsChanged, this, &ShellState::badgesChanged);
+    m_voicemailPlayer.setSession(&session);
+    m_voicemailPlayer.setPhone(&phone);
+    connect(&session, &Session::meChanged, this, &ShellState::forwardingChanged);
+    // --- end of server actions ---
     connect(&phone.recents(), &Recents::entriesChanged, this, &ShellState::recentChanged);
     connect(&phone, &Phone::registrationUpdated, this, &ShellState::registrationChanged);
 }
@@ -152,3 +162,31 @@ QString ShellState::clipboardText() const {
     const QClipboard* clipboard = QGuiApplication::clipboard();
     return clipboard ? clipboard->text() : QString();
 }
+
+// --- forwarding editor ---
+QString ShellState::forwardingSummaryOf(const std::optional<Forwarding>& forwarding) {
+    if (!forwarding) {
+        return tr("Off");
+    }
+    if (forwarding->always) {
+        return tr("All calls");
+    }
+    const int count = int(forwarding->busy.has_value()) + int(forwarding->noAnswer.has_value()) +
+                      int(forwarding->offline.has_value());
+    // No singular: one rule reads "1 rules".
+    return count == 0 ? tr("Off") : tr("%1 rules").arg(count);
+}
+
+QString ShellState::forwardingSummary() const {
+    if (!m_session.me()) {
+        return forwardingSummaryOf(std::nullopt);
+    }
+    return forwardingSummaryOf(m_session.me()->forwarding);
+}
+
+QObject* ShellState::newForwardingDraft() {
+    auto* draft = new ForwardingDraft(m_session);
+    QQmlEngine::setObjectOwnership(draft, QQmlEngine::JavaScriptOwnership);
+    return draft;
+}
+// --- end of forwarding editor ---

@@ -1,6 +1,8 @@
 #pragma once
 
 #include "platform/SettingsStore.h"
+#include "session/Session.h"
+#include "shell/VoicemailPlayer.h"
 
 #include <QDateTime>
 #include <QObject>
@@ -30,6 +32,12 @@ class ShellState : public QObject {
     Q_PROPERTY(int queuesBadge READ queuesBadge NOTIFY badgesChanged)
     Q_PROPERTY(QString registrationWord READ registrationWord NOTIFY registrationChanged)
     Q_PROPERTY(QString registrationKind READ registrationKind NOTIFY registrationChanged)
+    // --- voicemail ---
+    Q_PROPERTY(QObject* voicemailPlayer READ voicemailPlayer CONSTANT)
+    // --- end of voicemail ---
+    // --- forwarding editor ---
+    Q_PROPERTY(QString forwardingSummary READ forwardingSummary NOTIFY forwardingChanged)
+    // --- end of forwarding editor ---
 public:
     static constexpr char sectionKey[] = "section";
     // True when absent: closing the window leaves the app running for calls.
@@ -62,10 +70,22 @@ public:
     // The first local recents: name, number, incoming, date words.
     QVariantList recent() const;
 
-    // The session knows no voicemail or queues yet: no badge, no queues row.
-    bool hasQueues() const { return false; }
-    int voicemailBadge() const { return 0; }
-    int queuesBadge() const { return 0; }
+    // --- server actions: the sidebar's badges and its queues row ---
+    bool hasQueues() const { return !m_session.queues().isEmpty(); }
+    int voicemailBadge() const { return m_session.unreadVoicemailCount(); }
+    int queuesBadge() const { return m_session.queueWaitingTotal(); }
+    // --- end of server actions ---
+    // --- voicemail ---
+    QObject* voicemailPlayer() { return &m_voicemailPlayer; }
+    VoicemailPlayer& player() { return m_voicemailPlayer; }
+    // --- end of voicemail ---
+    // --- forwarding editor ---
+    // The settings row's value: "All calls", "Off", or "%1 rules".
+    QString forwardingSummary() const;
+    static QString forwardingSummaryOf(const std::optional<Forwarding>& forwarding);
+    // A new draft of the user's rules for the editor, owned by the caller.
+    Q_INVOKABLE QObject* newForwardingDraft();
+    // --- end of forwarding editor ---
 
     // The registration badge: its word, and the kind that picks its colour
     // (off, registering, registered, failed).
@@ -103,6 +123,9 @@ signals:
     void settingsRequested();
     void callWindowRequested();
     void quitRequested();
+    // --- forwarding editor ---
+    void forwardingChanged();
+    // --- end of forwarding editor ---
 
 private:
     SettingsStore& m_settings;
@@ -113,4 +136,7 @@ private:
     bool m_trayShown = false;
     bool m_globalShortcuts = false;
     std::function<QDateTime()> m_now;
+    // --- voicemail ---
+    VoicemailPlayer m_voicemailPlayer;
+    // --- end of voicemail ---
 };

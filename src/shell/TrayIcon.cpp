@@ -39,7 +39,30 @@ QColor stateColour(Phone::Registration::Kind kind) {
     return QColor(0x6B, 0x6F, 0x7B);
 }
 
-QIcon iconFor(Phone::Registration::Kind kind) {
+// --- voicemail badge ---
+// The count in the icon's top corner, in the accent colour; large counts read "9+".
+void paintVoicemailBadge(QPainter& painter, int size, int unread) {
+    if (unread <= 0) {
+        return;
+    }
+    const qreal badge = size * 0.5;
+    const QRectF disc(size - badge - 0.5, 0.5, badge, badge);
+    painter.setPen(QPen(Qt::white, size / 16.0));
+    painter.setBrush(QColor(0x34, 0x51, 0xF6));
+    painter.drawEllipse(disc);
+    if (size >= 22) {
+        QFont font = painter.font();
+        font.setPixelSize(int(badge * 0.62));
+        font.setBold(true);
+        painter.setFont(font);
+        painter.setPen(Qt::white);
+        painter.drawText(disc, Qt::AlignCenter,
+                         unread > 9 ? QStringLiteral("9+") : QString::number(unread));
+    }
+}
+// --- end of voicemail badge ---
+
+QIcon iconFor(Phone::Registration::Kind kind, int unreadVoicemail = 0) {
     const QIcon base(QStringLiteral(":/images/net.velnor.rz.svg"));
     QIcon icon;
     for (int size : {16, 22, 24, 32, 48, 64}) {
@@ -50,6 +73,7 @@ QIcon iconFor(Phone::Registration::Kind kind) {
         painter.setPen(QPen(Qt::white, size / 16.0));
         painter.setBrush(stateColour(kind));
         painter.drawEllipse(QRectF(size - dot - 0.5, size - dot - 0.5, dot, dot));
+        paintVoicemailBadge(painter, size, unreadVoicemail);
         painter.end();
         icon.addPixmap(pixmap);
     }
@@ -152,11 +176,11 @@ void TrayIcon::refresh() {
     const auto kind = m_phone.registration().kind;
     const QString tip = tooltip(ShellState::registrationWordOf(m_phone));
     if (m_item) {
-        m_item->setIcon(iconFor(kind));
+        m_item->setIcon(iconFor(kind, m_unreadVoicemail));
         m_item->setToolTip(QStringLiteral("velnor RZ"), ShellState::registrationWordOf(m_phone));
     }
     if (m_icon) {
-        m_icon->setIcon(iconFor(kind));
+        m_icon->setIcon(iconFor(kind, m_unreadVoicemail));
         m_icon->setToolTip(tip);
     }
 }
@@ -222,3 +246,16 @@ void TrayIcon::hidePanel() {
         m_panel->hide();
     }
 }
+
+// --- voicemail badge ---
+void TrayIcon::setUnreadVoicemail(int count) {
+    if (count != m_unreadVoicemail) {
+        m_unreadVoicemail = count;
+        refresh();
+    }
+}
+
+QIcon TrayIcon::iconOf(Phone::Registration::Kind kind, int unreadVoicemail) {
+    return iconFor(kind, unreadVoicemail);
+}
+// --- end of voicemail badge ---

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "telephony/Phone.h"
+
+#include <QIcon>
 #include <QObject>
 #include <QPoint>
 #include <QPointer>
@@ -9,7 +12,6 @@
 
 #include <memory>
 
-class Phone;
 class QQmlEngine;
 class QSystemTrayIcon;
 class StatusNotifierItem;
@@ -43,6 +45,14 @@ public:
     // "velnor RZ", then the registration in words.
     static QString tooltip(const QString& registrationWord);
 
+    // --- voicemail badge ---
+    // Unread messages, counted on the icon's top corner; 0 shows none.
+    void setUnreadVoicemail(int count);
+    int unreadVoicemail() const { return m_unreadVoicemail; }
+    // The icon's picture for a registration and an unread count.
+    static QIcon iconOf(Phone::Registration::Kind kind, int unreadVoicemail);
+    // --- end of voicemail badge ---
+
 signals:
     void installedChanged();
 
@@ -63,4 +73,7 @@ private:
     // Where the tray's host said it was clicked.
     QPoint m_clickedAt;
     QPointer<QQuickWindow> m_panel;
+    // --- voicemail badge ---
+    int m_unreadVoicemail = 0;
+    // --- end of voicemail badge ---
 };

@@ -63,7 +63,7 @@ Phone::Phone(SettingsStore& settings, std::shared_ptr<AudioBackend> audioBackend
              QObject* parent)
     : QObject(parent), m_clock(clock), m_clientFactory(&core::SipClient::init),
       m_recents(std::make_unique<Recents>(settings, clock)), m_account(Account::builtIn()),
-      m_audio(CallAudio::make(std::move(audioBackend))) {}
+      m_audio(CallAudio::make(std::move(audioBackend))), m_push(settings) {}
 
 // Quitting is not a sign-out: the client is let go without un-registering,
 // and a late event from it finds no phone.
@@ -369,6 +369,14 @@ void Phone::incomingCall(std::shared_ptr<core::Call> call) {
     const QString remote = fromStd(call->remoteNumber());
     Log::info(Log::call,
               QStringLiteral("incoming %1 from %2").arg(fromStd(call->sipCallId()), remote));
+    // --- push bookkeeping: inert here, where no push ever announces a call ---
+    const auto claim = m_push.claim(fromStd(call->sipCallId()),
+                                    m_activeCall && !m_calls.contains(m_activeCall->uuid));
+    if (claim.kind == PushBookkeeping::Claim::Kind::decline) {
+        call->hangup();
+        return;
+    }
+    // --- end of push bookkeeping ---
     std::optional<QString> remoteName;
     if (const auto name = call->remoteName()) {
         remoteName = fromStd(*name);
@@ -568,6 +576,9 @@ void Phone::callStateChanged(const std::string& sipCallId, const core::CallState
 }
 
 void Phone::hangUp(const QUuid& uuid) {
+    // --- push bookkeeping: a call only announced is refused when its INVITE comes ---
+    m_push.hangUp(uuid);
+    // --- end of push bookkeeping ---
     if (const auto call = m_calls.value(uuid)) {
         call->hangup();
     }

@@ -6,6 +6,7 @@
 #include "platform/Clock.h"
 #include "platform/SettingsStore.h"
 #include "telephony/Account.h"
+#include "telephony/PushBookkeeping.h"
 
 #include <QDateTime>
 #include <QHash>
@@ -126,6 +127,10 @@ public:
 
     Recents& recents() { return *m_recents; }
     CallAudio& audio() { return *m_audio; }
+    // --- push bookkeeping ---
+    const PushBookkeeping& push() const { return m_push; }
+    PushBookkeeping& push() { return m_push; }
+    // --- end of push bookkeeping ---
     const std::shared_ptr<core::SipClient>& client() const { return m_client; }
     const std::shared_ptr<CoreEvents>& events() const { return m_events; }
     const QHash<QUuid, std::shared_ptr<core::Call>>& calls() const { return m_calls; }
@@ -217,4 +222,7 @@ private:
     QHash<QUuid, std::shared_ptr<core::Call>> m_calls;
     std::optional<QString> m_pendingDial;
     std::shared_ptr<CallAudio> m_audio;
+    // --- push bookkeeping (inert on the desktop) ---
+    PushBookkeeping m_push;
+    // --- end of push bookkeeping ---
 };
