@@ -243,6 +243,8 @@ QCoro::Task<> Session::enter() {
     // Then, each handling its own failures: live updates, queues, the
     // directory, the first page of the call history, voicemail.
     m_live->start();
+    // --- call history ---
+    co_await loadHistory();
 }
 
 std::optional<AppDevice::Edge> Session::chooseEdge(const QList<AppDevice::Edge>& edges) {
@@ -341,7 +343,10 @@ void Session::resetLocal() {
     m_settings.remove(QString::fromLatin1(deviceIdKey));
     setMe(std::nullopt);
     setDirectory(std::nullopt);
-    // The call history and voicemail are cleared here too.
+    // --- call history ---
+    // The local recents stay: they are this computer's, not the user's.
+    m_history->clear();
+    // Voicemail is cleared here too.
     setState(State::signedOut);
 }
 
@@ -387,4 +392,36 @@ std::optional<QString> Session::colleagueName(const QString& number) const {
         }
     }
     return std::nullopt;
+}
+
+// --- call history ---
+
+QCoro::Task<> Session::loadHistory() {
+    co_await m_history->load(m_api);
+}
+
+QCoro::Task<> Session::loadMoreHistory() {
+    co_await m_history->loadMore(m_api);
+}
+
+QCoro::Task<> Session::reloadHistoryAfterCall() {
+    QPointer<Session> self(this);
+    co_await m_clock.sleep(historyReloadDelay);
+    if (!self) {
+        co_return;
+    }
+    co_await loadHistory();
+}
+
+CallHistory::Owner Session::historyOwner() const {
+    CallHistory::Owner owner;
+    if (m_me) {
+        owner.extension_ = m_me->extension_;
+        owner.name = m_me->name;
+    }
+    // Before a device is provisioned there is no SIP user to recognise.
+    if (m_phone && !m_phone->account().username.isEmpty()) {
+        owner.usernames.insert(m_phone->account().username);
+    }
+    return owner;
 }

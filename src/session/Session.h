@@ -2,6 +2,7 @@
 
 #include "api/API.h"
 #include "api/Records.h"
+#include "history/CallHistory.h"
 #include "live/Live.h"
 #include "platform/Clock.h"
 #include "platform/SecureStore.h"
@@ -15,6 +16,7 @@
 
 #include <QCoro/QCoroTask>
 
+#include <chrono>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -35,6 +37,8 @@ class Session : public QObject {
     Q_PROPERTY(QString serverText READ serverText NOTIFY serverChanged)
     Q_PROPERTY(QString userName READ userName NOTIFY meChanged)
     Q_PROPERTY(Live* live READ liveObject CONSTANT)
+    // --- call history ---
+    Q_PROPERTY(CallHistory* history READ historyObject CONSTANT)
 public:
     enum class State { loading, signedOut, signingIn, signedIn };
     Q_ENUM(State)
@@ -124,6 +128,21 @@ public:
     static constexpr char installService[] = "net.velnor.rz.install";
     static constexpr char installAccount[] = "id";
 
+    // --- call history ---
+    // The server's call log merged with this computer's calls; one for the life of the Session.
+    CallHistory& history() { return *m_history; }
+    CallHistory* historyObject() { return m_history.get(); }
+    // The first page of the call log, asked of the current API.
+    QCoro::Task<> loadHistory();
+    QCoro::Task<> loadMoreHistory();
+    // After a call ends: waits for the server to write the call's row, then
+    // loads the first page again.
+    static constexpr std::chrono::milliseconds historyReloadDelay{1500};
+    QCoro::Task<> reloadHistoryAfterCall();
+    // The signed-in user as the call log sees them: from api/me and the phone's SIP user.
+    CallHistory::Owner historyOwner() const;
+    // --- end of call history ---
+
 signals:
     void stateChanged();
     void errorChanged();
@@ -154,4 +173,6 @@ private:
     std::function<bool(const QUrl&)> m_openBrowser;
     std::unique_ptr<Live> m_live;
     Phone* m_phone = nullptr;
+    // --- call history ---
+    std::unique_ptr<CallHistory> m_history = std::make_unique<CallHistory>();
 };

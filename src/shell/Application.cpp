@@ -63,6 +63,14 @@ void Application::init(SettingsStore& settings, SecureStore& secrets) {
     };
     PhoneContacts* contacts = m_contacts.get();
     m_phone->contactName = [contacts](const QString& number) { return contacts->name(number); };
+    // --- call history ---
+    // The list shows the server's line for a call once the server has written it.
+    m_phone->onCallEnded = [session = QPointer<Session>(session)] {
+        if (session) {
+            session->reloadHistoryAfterCall();
+        }
+    };
+    // --- end of call history ---
     m_session->setOpenBrowser([](const QUrl& url) { return QDesktopServices::openUrl(url); });
     m_engine.addImportPath(QStringLiteral("qrc:/"));
     // --- main window and tray ---
