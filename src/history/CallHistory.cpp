@@ -141,8 +141,7 @@ bool CallHistory::Owner::isOwner(const QString& number,
     for (const QString& username : usernames) {
         // Another device of the same person shares the first two pieces of its SIP user.
         const QStringList pieces = username.split(u'.', Qt::SkipEmptyParts);
-        const QString prefix =
-            pieces.size() == 3 ? pieces[0] + u'.' + pieces[1] + u'.' : username;
+        const QString prefix = pieces.size() == 3 ? pieces[0] + u'.' + pieces[1] + u'.' : username;
         if (number.startsWith(prefix)) {
             return true;
         }

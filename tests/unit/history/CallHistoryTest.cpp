@@ -167,7 +167,7 @@ TEST_F(CallHistoryTest, ACorruptCacheReadsAsEmptyAndIsReplacedOnTheNextWrite) {
 
 TEST_F(CallHistoryTest, CacheBytesThatAreNotJsonOrNotAListReadAsEmpty) {
     for (const QByteArray& bytes : {QByteArray("not json"), QByteArray(R"({"calls":[]})"),
-                                   QByteArray(""), QByteArray("[1,2]")}) {
+                                    QByteArray(""), QByteArray("[1,2]")}) {
         writeCache(bytes);
         CallHistory history(cachePath());
         EXPECT_TRUE(history.rows().isEmpty()) << bytes.toStdString();
