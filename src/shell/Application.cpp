@@ -101,6 +101,7 @@ void Application::init(SettingsStore& settings, SecureStore& secrets) {
     m_wakeups.watchSleep(QDBusConnection::systemBus());
     m_wakeups.watchNetwork();
     initCallWindows();
+    initMissedCalls();
     connect(&m_appearance, &Appearance::darkChanged, this, [this] {
         if (QObject* p = palette()) {
             p->setProperty("dark", m_appearance.dark());
@@ -201,6 +202,12 @@ void Application::applyKeepInTray() {
                 {QStringLiteral("session"), QVariant::fromValue<QObject*>(m_session.get())},
                 {QStringLiteral("phone"), QVariant::fromValue<QObject*>(m_phone.get())},
                 {QStringLiteral("shell"), QVariant::fromValue<QObject*>(m_shellState.get())}});
+        // --- call history ---
+        RecentsModel* recents = m_shellState->recentsModel();
+        m_tray->setMissedCalls(recents->missedCount());
+        connect(recents, &RecentsModel::missedCountChanged, m_tray.get(),
+                [tray = m_tray.get(), recents] { tray->setMissedCalls(recents->missedCount()); });
+        // --- end of call history ---
     }
     // Where the desktop shows no tray the app still stays for calls; starting
     // it again shows the window.
@@ -371,3 +378,42 @@ void Application::activateCallWindow(const QByteArray& activationToken) {
 }
 
 // --- end of call windows ---
+
+// --- call history ---
+
+void Application::initMissedCalls() {
+    m_missedWatch = std::make_unique<MissedCallWatch>(m_phone->recents());
+    m_missedNotifications = std::make_unique<MissedCallNotifications>();
+    connect(m_missedWatch.get(), &MissedCallWatch::missed, this,
+            [this](const Recents::Entry& entry) {
+                // The name the phone had, else the one the recents list would show.
+                QString name = entry.name.value_or(QString());
+                if (name.isEmpty()) {
+                    if (const auto colleague = m_session->colleague(entry.remote)) {
+                        name = colleague->name;
+                    } else if (const auto contact = m_contacts->name(entry.remote)) {
+                        name = *contact;
+                    }
+                }
+                m_missedNotifications->post(entry.remote, name);
+            });
+    connect(m_missedNotifications.get(), &MissedCallNotifications::callBack, this,
+            [this](const QString& number, const QByteArray& token) {
+                if (!token.isEmpty()) {
+                    qputenv("XDG_ACTIVATION_TOKEN", token);
+                }
+                Log::info(Log::phone,
+                          QStringLiteral("Calling back from a missed-call notification"));
+                m_phone->dialOrQueue(number);
+            });
+    connect(m_missedNotifications.get(), &MissedCallNotifications::showRequested, this,
+            [this](const QByteArray& token) {
+                if (!token.isEmpty()) {
+                    qputenv("XDG_ACTIVATION_TOKEN", token);
+                }
+                m_shellState->setSection(QStringLiteral("recents"));
+                raiseMainWindow();
+            });
+}
+
+// --- end of call history ---

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "history/RecentsModel.h"
 #include "platform/SettingsStore.h"
 
 #include <QDateTime>
@@ -8,6 +9,7 @@
 #include <QVariantList>
 
 #include <functional>
+#include <memory>
 
 class Phone;
 class Session;
@@ -29,6 +31,8 @@ class ShellState : public QObject {
     Q_PROPERTY(int queuesBadge READ queuesBadge NOTIFY badgesChanged)
     Q_PROPERTY(QString registrationWord READ registrationWord NOTIFY registrationChanged)
     Q_PROPERTY(QString registrationKind READ registrationKind NOTIFY registrationChanged)
+    // --- call history ---
+    Q_PROPERTY(RecentsModel* recents READ recentsModel CONSTANT)
 public:
     static constexpr char sectionKey[] = "section";
     // True when absent: closing the window leaves the app running for calls.
@@ -55,8 +59,11 @@ public:
     bool trayShown() const { return m_trayShown; }
     void setTrayShown(bool shown);
 
-    // The first local recents: name, number, incoming, date words.
+    // The first calls of the merged list: name, number, incoming, date words.
     QVariantList recent() const;
+    // --- call history ---
+    // The recents screen's rows, and the missed calls not yet looked at.
+    RecentsModel* recentsModel() const { return m_recentsModel.get(); }
 
     // The session knows no voicemail or queues yet: no badge, no queues row.
     bool hasQueues() const { return false; }
@@ -107,4 +114,6 @@ private:
     bool m_keepInTray = true;
     bool m_trayShown = false;
     std::function<QDateTime()> m_now;
+    // --- call history ---
+    std::unique_ptr<RecentsModel> m_recentsModel;
 };

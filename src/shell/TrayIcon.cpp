@@ -107,8 +107,36 @@ void TrayIcon::refresh() {
     }
     const auto kind = m_phone.registration().kind;
     m_icon->setIcon(iconFor(kind));
-    m_icon->setToolTip(tooltip(ShellState::registrationWordOf(m_phone)));
+    QString text = tooltip(ShellState::registrationWordOf(m_phone));
+    // --- call history ---
+    if (m_missedCalls > 0) {
+        text += u'\n' + missedLine(m_missedCalls);
+    }
+    m_icon->setToolTip(text);
 }
+
+// --- call history ---
+
+void TrayIcon::setMissedCalls(int count) {
+    if (count == m_missedCalls) {
+        return;
+    }
+    m_missedCalls = count;
+    refresh();
+}
+
+QString TrayIcon::missedLine(int count) {
+    if (count <= 0) {
+        return {};
+    }
+    return count == 1 ? tr("1 missed call") : tr("%1 missed calls").arg(count);
+}
+
+QString TrayIcon::toolTip() const {
+    return m_icon ? m_icon->toolTip() : QString();
+}
+
+// --- end of call history ---
 
 bool TrayIcon::makePanel() {
     if (m_panel) {

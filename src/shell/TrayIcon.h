@@ -38,6 +38,16 @@ public:
     // "velnor RZ", then the registration in words.
     static QString tooltip(const QString& registrationWord);
 
+    // --- call history ---
+    // Missed calls the user has not looked at yet, counted on a line of the tooltip.
+    void setMissedCalls(int count);
+    int missedCalls() const { return m_missedCalls; }
+    // "1 missed call", "3 missed calls"; empty for none.
+    static QString missedLine(int count);
+    // What the icon's tooltip says now; empty while the icon is not up.
+    QString toolTip() const;
+    // --- end of call history ---
+
 signals:
     void installedChanged();
 
@@ -51,4 +61,6 @@ private:
     QVariantMap m_panelProperties;
     std::unique_ptr<QSystemTrayIcon> m_icon;
     QPointer<QQuickWindow> m_panel;
+    // --- call history ---
+    int m_missedCalls = 0;
 };
