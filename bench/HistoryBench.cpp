@@ -262,9 +262,12 @@ int main(int argc, char** argv) {
         auto window = hostWindow(
             engine, "RecentsView { anchors.fill: parent; model: w.shell.recents; shell: w.shell }",
             {{"shell", QVariant::fromValue<QObject*>(&app.shellState())}});
-        QQuickItem* list = window->contentItem()->findChild<QQuickItem*>("recentsList");
+        QQuickItem* list = window->findChild<QQuickItem*>("recentsList");
         if (!list || list->property("count").toInt() != 2000) {
-            std::fprintf(stderr, "the list does not hold 2,000 rows\n");
+            std::fprintf(stderr,
+                         "the list does not hold 2,000 rows: %d in the log, %d in the list\n",
+                         int(app.session().history().rows().size()),
+                         list ? list->property("count").toInt() : -1);
             return 1;
         }
         scrollFrames(*window, *list, 30); // warm: delegates made, glyphs cached
@@ -279,7 +282,7 @@ int main(int argc, char** argv) {
                                  "ListView { objectName: \"bare\"; anchors.fill: parent; "
                                  "model: w.rows; delegate: Text { height: 56; text: modelData } }",
                                  {{"rows", rows}});
-        QQuickItem* list = window->contentItem()->findChild<QQuickItem*>("bare");
+        QQuickItem* list = window->findChild<QQuickItem*>("bare");
         scrollFrames(*window, *list, 30);
         bareFrames = scrollFrames(*window, *list, frames);
     }

@@ -132,16 +132,28 @@ QString CallHistory::defaultCachePath() {
 
 bool CallHistory::Owner::isOwner(const QString& number,
                                  const std::optional<QString>& partyName) const {
+    return isOwner(number, partyName, prefixes());
+}
+
+QStringList CallHistory::Owner::prefixes() const {
+    QStringList list;
+    for (const QString& username : usernames) {
+        // Another device of the same person shares the first two pieces of its SIP user.
+        const QStringList pieces = username.split(u'.', Qt::SkipEmptyParts);
+        list.append(pieces.size() == 3 ? pieces[0] + u'.' + pieces[1] + u'.' : username);
+    }
+    return list;
+}
+
+bool CallHistory::Owner::isOwner(const QString& number, const std::optional<QString>& partyName,
+                                 const QStringList& prefixes) const {
     if (extension_ && *extension_ == number) {
         return true;
     }
     if (usernames.contains(number)) {
         return true;
     }
-    for (const QString& username : usernames) {
-        // Another device of the same person shares the first two pieces of its SIP user.
-        const QStringList pieces = username.split(u'.', Qt::SkipEmptyParts);
-        const QString prefix = pieces.size() == 3 ? pieces[0] + u'.' + pieces[1] + u'.' : username;
+    for (const QString& prefix : prefixes) {
         if (number.startsWith(prefix)) {
             return true;
         }
@@ -186,12 +198,18 @@ std::optional<QDateTime> CallHistory::readStamp(const QString& text) {
 }
 
 QDateTime CallHistory::distantPast() {
-    return QDateTime(QDate(1, 1, 1), QTime(0, 0), Qt::UTC);
+    static const QDateTime past(QDate(1, 1, 1), QTime(0, 0), Qt::UTC);
+    return past;
 }
 
 CallHistory::Item CallHistory::item(const Row& row, const Owner& owner) {
+    return item(row, owner, owner.prefixes());
+}
+
+CallHistory::Item CallHistory::item(const Row& row, const Owner& owner,
+                                    const QStringList& prefixes) {
     Item item;
-    const bool fromIsOwner = owner.isOwner(row.from, row.fromName);
+    const bool fromIsOwner = owner.isOwner(row.from, row.fromName, prefixes);
     if (fromIsOwner) {
         item.incoming = false;
     } else if (row.mine) {
@@ -206,7 +224,11 @@ CallHistory::Item CallHistory::item(const Row& row, const Owner& owner) {
     item.remote = item.incoming ? row.from : row.to;
     item.name = item.incoming ? row.fromName : row.toName;
     item.id = row.callUuid;
-    item.date = readStamp(row.startAt).value_or(distantPast());
+    if (auto start = readStamp(row.startAt)) {
+        item.date = *start;
+    } else {
+        item.date = distantPast();
+    }
     const auto answerAt = row.answerAt ? readStamp(*row.answerAt) : std::nullopt;
     const auto endAt = row.endAt ? readStamp(*row.endAt) : std::nullopt;
     if (answerAt && endAt) {
@@ -244,8 +266,9 @@ QList<CallHistory::Item> CallHistory::items(const Owner& owner,
                                             const QList<Recents::Entry>& recents) const {
     QList<Item> list;
     list.reserve(m_rows.size() + recents.size());
+    const QStringList prefixes = owner.prefixes();
     for (const Row& row : m_rows) {
-        list.append(item(row, owner));
+        list.append(item(row, owner, prefixes));
     }
     // No matching between the sources: a finished call has its server row, so
     // only what the server cannot know of yet comes from here.
@@ -256,8 +279,11 @@ QList<CallHistory::Item> CallHistory::items(const Owner& owner,
         }
     }
     // Stable: at equal times the server's lines stay ahead and each source keeps its order.
-    std::stable_sort(list.begin(), list.end(),
-                     [](const Item& a, const Item& b) { return a.date > b.date; });
+    // The server's order is usually the list's already.
+    const auto newer = [](const Item& a, const Item& b) { return a.date > b.date; };
+    if (!std::is_sorted(list.begin(), list.end(), newer)) {
+        std::stable_sort(list.begin(), list.end(), newer);
+    }
     return list;
 }
 

@@ -56,6 +56,11 @@ public:
 
         // Whether a party of a call is this user, or another device of theirs.
         bool isOwner(const QString& number, const std::optional<QString>& partyName) const;
+        // The beginning each username shares with the person's other devices.
+        QStringList prefixes() const;
+        // The same test with the prefixes worked out once for a whole list.
+        bool isOwner(const QString& number, const std::optional<QString>& partyName,
+                     const QStringList& prefixes) const;
     };
 
     // Fetches one path of the dashboard and gives the answer's body; fails as API does.
@@ -94,6 +99,7 @@ public:
 
     // One server row as a line of the list.
     static Item item(const Row& row, const Owner& owner);
+    static Item item(const Row& row, const Owner& owner, const QStringList& prefixes);
     // One local entry as a line of the list.
     static Item item(const Recents::Entry& entry);
     // The path of one page request.

@@ -130,6 +130,10 @@ void RecentsModel::rebuild() {
 }
 
 void RecentsModel::apply(QList<Line> lines) {
+    // A further page: the rows there stay where they are and new ones follow.
+    if (appendOnly(lines)) {
+        return;
+    }
     // Rows whose call is gone leave first, from the bottom up.
     QSet<QString> wanted;
     wanted.reserve(lines.size());
@@ -189,6 +193,31 @@ void RecentsModel::apply(QList<Line> lines) {
         endInsertRows();
         i = last + 1;
     }
+}
+
+bool RecentsModel::appendOnly(QList<Line>& lines) {
+    if (lines.size() <= m_lines.size()) {
+        return false;
+    }
+    for (qsizetype i = 0; i < m_lines.size(); ++i) {
+        if (m_lines[i].key != lines[i].key) {
+            return false;
+        }
+    }
+    for (qsizetype i = 0; i < m_lines.size(); ++i) {
+        if (!(m_lines[i] == lines[i])) {
+            m_lines[i] = std::move(lines[i]);
+            const QModelIndex at = index(int(i));
+            emit dataChanged(at, at);
+        }
+    }
+    const qsizetype first = m_lines.size();
+    beginInsertRows({}, int(first), int(lines.size() - 1));
+    for (qsizetype i = first; i < lines.size(); ++i) {
+        m_lines.append(std::move(lines[i]));
+    }
+    endInsertRows();
+    return true;
 }
 
 void RecentsModel::countMissed() {

@@ -106,6 +106,8 @@ private:
     // Names are looked up once per number in a rebuild: a log repeats its numbers.
     Line lineOf(const CallHistory::Item& item, QHash<QString, Names>& names) const;
     void apply(QList<Line> lines);
+    // Brings the rows in line when the new list only adds to the end; false otherwise.
+    bool appendOnly(QList<Line>& lines);
     void countMissed();
 
     CallHistory& m_history;
