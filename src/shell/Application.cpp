@@ -203,10 +203,7 @@ void Application::applyKeepInTray() {
                 {QStringLiteral("phone"), QVariant::fromValue<QObject*>(m_phone.get())},
                 {QStringLiteral("shell"), QVariant::fromValue<QObject*>(m_shellState.get())}});
         // --- call history ---
-        RecentsModel* recents = m_shellState->recentsModel();
-        m_tray->setMissedCalls(recents->missedCount());
-        connect(recents, &RecentsModel::missedCountChanged, m_tray.get(),
-                [tray = m_tray.get(), recents] { tray->setMissedCalls(recents->missedCount()); });
+        m_tray->followMissedCalls(*m_shellState->recentsModel());
         // --- end of call history ---
     }
     // Where the desktop shows no tray the app still stays for calls; starting

@@ -1,5 +1,6 @@
 #include "shell/TrayIcon.h"
 
+#include "history/RecentsModel.h"
 #include "platform/Log.h"
 #include "shell/ShellState.h"
 #include "telephony/Phone.h"
@@ -123,6 +124,12 @@ void TrayIcon::setMissedCalls(int count) {
     }
     m_missedCalls = count;
     refresh();
+}
+
+void TrayIcon::followMissedCalls(RecentsModel& recents) {
+    setMissedCalls(recents.missedCount());
+    connect(&recents, &RecentsModel::missedCountChanged, this,
+            [this, &recents] { setMissedCalls(recents.missedCount()); });
 }
 
 QString TrayIcon::missedLine(int count) {

@@ -9,6 +9,7 @@
 #include <memory>
 
 class Phone;
+class RecentsModel;
 class QQmlEngine;
 class QSystemTrayIcon;
 
@@ -41,6 +42,8 @@ public:
     // --- call history ---
     // Missed calls the user has not looked at yet, counted on a line of the tooltip.
     void setMissedCalls(int count);
+    // Keeps the count in step with the recents list's.
+    void followMissedCalls(RecentsModel& recents);
     int missedCalls() const { return m_missedCalls; }
     // "1 missed call", "3 missed calls"; empty for none.
     static QString missedLine(int count);

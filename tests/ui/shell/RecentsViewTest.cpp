@@ -5,6 +5,7 @@
 #include "EventLoopWait.h"
 #include "Ports.h"
 #include "Services.h"
+#include "shell/TrayIcon.h"
 
 #include <QFile>
 
@@ -303,4 +304,20 @@ TEST_F(CachedRecentsView, LookingAtTheListClearsTheMissedCount) {
     EXPECT_EQ(model().missedCount(), 1);
     showRecents();
     EXPECT_TRUE(spinUntil([&] { return model().missedCount() == 0; }));
+}
+
+TEST(TrayTooltip, SaysHowManyCallsWereMissedOnALineOfItsOwn) {
+    EXPECT_EQ(TrayIcon::missedLine(0), "");
+    EXPECT_EQ(TrayIcon::missedLine(1), "1 missed call");
+    EXPECT_EQ(TrayIcon::missedLine(3), "3 missed calls");
+}
+
+TEST_F(CachedRecentsView, TheTrayIconIsToldTheMissedCountAndItsClearing) {
+    settings.setText(RecentsModel::lastSeenKey, "2020-01-01T00:00:00Z");
+    restart();
+    TrayIcon tray(app().phone(), engine, {});
+    tray.followMissedCalls(model());
+    EXPECT_EQ(tray.missedCalls(), 1);
+    showRecents();
+    EXPECT_TRUE(spinUntil([&] { return tray.missedCalls() == 0; }));
 }
