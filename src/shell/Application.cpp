@@ -383,6 +383,10 @@ void Application::initMissedCalls() {
     m_missedNotifications = std::make_unique<MissedCallNotifications>();
     connect(m_missedWatch.get(), &MissedCallWatch::missed, this,
             [this](const Recents::Entry& entry) {
+                // Declined here: the person saw it and chose not to take it.
+                if (m_phone->lastHungUpHere() == entry.id) {
+                    return;
+                }
                 // The name the phone had, else the one the recents list would show.
                 QString name = entry.name.value_or(QString());
                 if (name.isEmpty()) {

@@ -544,6 +544,8 @@ void Phone::callStateChanged(const std::string& sipCallId, const core::CallState
 }
 
 void Phone::hangUp(const QUuid& uuid) {
+    // --- call history ---
+    m_lastHungUpHere = uuid;
     if (const auto call = m_calls.value(uuid)) {
         call->hangup();
     }

@@ -64,7 +64,13 @@ TEST_F(CallEndToEnd, ACallerWhoGivesUpWithdrawsTheNotificationAndTheWindow) {
     ASSERT_TRUE(waitFor([&] { return notificationsShown() == 1; }, 5000));
     carol->command("hangup");
     EXPECT_TRUE(waitFor([&] { return callStatus().isEmpty(); }, 10000));
-    EXPECT_TRUE(waitFor([&] { return notificationsShown() == 0; }, 5000));
+    // --- call history ---
+    // The ringing notification is closed, and the missed call's stands in its place.
+    EXPECT_TRUE(waitFor([&] { return run("dunstctl", {"count", "history"}) == "1"; }, 5000));
+    EXPECT_TRUE(waitFor([&] { return notificationsShown() == 1; }, 5000));
+    EXPECT_FALSE(run("dunstctl", {"history"}).contains("Missed call"))
+        << run("dunstctl", {"history"}).toStdString();
+    // --- end of call history ---
     EXPECT_TRUE(waitFor([&] { return callWindowId().isEmpty(); }, 5000));
 }
 
