@@ -20,6 +20,7 @@ SectionEmptyState {
         palette.highlight: Theme.accent
         palette.buttonText: "white"
         palette.highlightedText: "white"
+        Accessible.name: text
         onClicked: view.retry()
     }
 }

@@ -154,11 +154,10 @@ Item {
 
     Component {
         id: recents
-        SectionEmptyState {
-            objectName: "recentsEmpty"
-            title: qsTr("No calls yet")
-            systemImage: "clock"
-            description: qsTr("Calls you make or receive appear here.")
+        RecentsView {
+            objectName: "recentsView"
+            model: root.shell.recents
+            shell: root.shell
         }
     }
     Component {

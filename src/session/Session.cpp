@@ -253,17 +253,24 @@ QCoro::Task<> Session::enter() {
     // Then, each handling its own failures: live updates, queues, the
     // directory, the first page of the call history, voicemail.
     m_live->start();
-    // --- directory ---
-    refreshDirectory();
+    // Each step waits for the one before; a session gone meanwhile stops them.
+    const QPointer<Session> self(this);
     // --- server actions: queues ---
-    {
-        const QPointer<Session> self(this);
-        co_await refreshQueues();
-        if (!self) {
-            co_return;
-        }
+    co_await refreshQueues();
+    if (!self) {
+        co_return;
     }
     // --- end of server actions: queues ---
+    // --- directory ---
+    co_await refreshDirectory();
+    if (!self) {
+        co_return;
+    }
+    // --- call history ---
+    co_await loadHistory();
+    if (!self) {
+        co_return;
+    }
     // --- server actions: voicemail ---
     co_await refreshVoicemail();
     // --- end of server actions: voicemail ---
@@ -372,8 +379,9 @@ void Session::resetLocal() {
     m_directoryETag.reset();
     setDirectoryError(std::nullopt);
     DirectoryCache::remove();
-    // The call history and voicemail are cleared here too.
-    // The call history is cleared here too.
+    // --- call history ---
+    // The local recents stay: they are this computer's, not the user's.
+    m_history->clear();
     // --- server actions ---
     setVoicemail({});
     setVoicemailLoaded(false);
@@ -423,4 +431,36 @@ std::optional<QString> Session::colleagueName(const QString& number) const {
         }
     }
     return std::nullopt;
+}
+
+// --- call history ---
+
+QCoro::Task<> Session::loadHistory() {
+    co_await m_history->load(m_api);
+}
+
+QCoro::Task<> Session::loadMoreHistory() {
+    co_await m_history->loadMore(m_api);
+}
+
+QCoro::Task<> Session::reloadHistoryAfterCall() {
+    QPointer<Session> self(this);
+    co_await m_clock.sleep(historyReloadDelay);
+    if (!self) {
+        co_return;
+    }
+    co_await loadHistory();
+}
+
+CallHistory::Owner Session::historyOwner() const {
+    CallHistory::Owner owner;
+    if (m_me) {
+        owner.extension_ = m_me->extension_;
+        owner.name = m_me->name;
+    }
+    // Before a device is provisioned there is no SIP user to recognise.
+    if (m_phone && !m_phone->account().username.isEmpty()) {
+        owner.usernames.insert(m_phone->account().username);
+    }
+    return owner;
 }

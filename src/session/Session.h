@@ -2,6 +2,7 @@
 
 #include "api/API.h"
 #include "api/Records.h"
+#include "history/CallHistory.h"
 #include "live/Live.h"
 #include "platform/Clock.h"
 #include "platform/SecureStore.h"
@@ -21,6 +22,7 @@
 
 #include <QCoro/QCoroTask>
 
+#include <chrono>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -64,6 +66,8 @@ class Session : public QObject {
     Q_PROPERTY(int unreadVoicemailCount READ unreadVoicemailCount NOTIFY voicemailChanged)
     Q_PROPERTY(bool canRecord READ canRecord NOTIFY canRecordChanged)
     // --- end of server actions ---
+    // --- call history ---
+    Q_PROPERTY(CallHistory* history READ historyObject CONSTANT)
 public:
     enum class State { loading, signedOut, signingIn, signedIn };
     Q_ENUM(State)
@@ -262,6 +266,20 @@ public:
     Q_INVOKABLE void deleteVoicemailFromScreen(const QString& id);
     Q_INVOKABLE void setRecordingFromScreen(bool on);
     // --- end of server actions ---
+    // --- call history ---
+    // The server's call log merged with this computer's calls; one for the life of the Session.
+    CallHistory& history() { return *m_history; }
+    CallHistory* historyObject() { return m_history.get(); }
+    // The first page of the call log, asked of the current API.
+    QCoro::Task<> loadHistory();
+    QCoro::Task<> loadMoreHistory();
+    // After a call ends: waits for the server to write the call's row, then
+    // loads the first page again.
+    static constexpr std::chrono::milliseconds historyReloadDelay{1500};
+    QCoro::Task<> reloadHistoryAfterCall();
+    // The signed-in user as the call log sees them: from api/me and the phone's SIP user.
+    CallHistory::Owner historyOwner() const;
+    // --- end of call history ---
 
 signals:
     void stateChanged();
@@ -337,4 +355,6 @@ private:
     std::optional<QString> m_voicemailError;
     QList<QueueMembership> m_queues;
     // --- end of server actions ---
+    // --- call history ---
+    std::unique_ptr<CallHistory> m_history = std::make_unique<CallHistory>();
 };

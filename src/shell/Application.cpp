@@ -72,6 +72,14 @@ void Application::init(SettingsStore& settings, SecureStore& secrets) {
     // --- server actions: a voicemail's caller named from the address book ---
     m_session->contactName = [contacts](const QString& number) { return contacts->name(number); };
     // --- end of server actions ---
+    // --- call history ---
+    // The list shows the server's line for a call once the server has written it.
+    m_phone->onCallEnded = [session = QPointer<Session>(session)] {
+        if (session) {
+            session->reloadHistoryAfterCall();
+        }
+    };
+    // --- end of call history ---
     m_session->setOpenBrowser([](const QUrl& url) { return QDesktopServices::openUrl(url); });
     // --- directory: a colleague chosen in the desktop's launcher is dialled, or
     // queued until the phone is registered ---
@@ -111,6 +119,7 @@ void Application::init(SettingsStore& settings, SecureStore& secrets) {
     initCallWindows();
     initHeadsets();
     initGlobalShortcuts();
+    initMissedCalls();
     connect(&m_appearance, &Appearance::darkChanged, this, [this] {
         if (QObject* p = palette()) {
             p->setProperty("dark", m_appearance.dark());
@@ -213,6 +222,9 @@ void Application::applyKeepInTray() {
                 {QStringLiteral("shell"), QVariant::fromValue<QObject*>(m_shellState.get())}});
         connect(m_tray.get(), &TrayIcon::installedChanged, this,
                 [this] { m_shellState->setTrayShown(m_tray && m_tray->installed()); });
+        // --- call history ---
+        m_tray->followMissedCalls(*m_shellState->recentsModel());
+        // --- end of call history ---
     }
     // --- voicemail badge ---
     m_tray->setUnreadVoicemail(m_session->unreadVoicemailCount());
@@ -420,3 +432,46 @@ void Application::activateCallWindow(const QByteArray& activationToken) {
 }
 
 // --- end of call windows ---
+
+// --- call history ---
+
+void Application::initMissedCalls() {
+    m_missedWatch = std::make_unique<MissedCallWatch>(m_phone->recents());
+    m_missedNotifications = std::make_unique<MissedCallNotifications>();
+    connect(m_missedWatch.get(), &MissedCallWatch::missed, this,
+            [this](const Recents::Entry& entry) {
+                // Declined here: the person saw it and chose not to take it.
+                if (m_phone->lastHungUpHere() == entry.id) {
+                    return;
+                }
+                // The name the phone had, else the one the recents list would show.
+                QString name = entry.name.value_or(QString());
+                if (name.isEmpty()) {
+                    if (const auto colleague = m_session->colleague(entry.remote)) {
+                        name = colleague->name;
+                    } else if (const auto contact = m_contacts->name(entry.remote)) {
+                        name = *contact;
+                    }
+                }
+                m_missedNotifications->post(entry.remote, name);
+            });
+    connect(m_missedNotifications.get(), &MissedCallNotifications::callBack, this,
+            [this](const QString& number, const QByteArray& token) {
+                if (!token.isEmpty()) {
+                    qputenv("XDG_ACTIVATION_TOKEN", token);
+                }
+                Log::info(Log::phone,
+                          QStringLiteral("Calling back from a missed-call notification"));
+                m_phone->dialOrQueue(number);
+            });
+    connect(m_missedNotifications.get(), &MissedCallNotifications::showRequested, this,
+            [this](const QByteArray& token) {
+                if (!token.isEmpty()) {
+                    qputenv("XDG_ACTIVATION_TOKEN", token);
+                }
+                m_shellState->setSection(QStringLiteral("recents"));
+                raiseMainWindow();
+            });
+}
+
+// --- end of call history ---

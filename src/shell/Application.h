@@ -1,6 +1,7 @@
 #pragma once
 
 #include "contacts/PhoneContacts.h"
+#include "history/MissedCallWatch.h"
 #include "platform/SecureStore.h"
 #include "platform/SettingsStore.h"
 #include "session/Session.h"
@@ -10,6 +11,7 @@
 #include "shell/CanberraRinger.h"
 #include "shell/DesktopNotifications.h"
 #include "shell/MediaPause.h"
+#include "shell/MissedCallNotifications.h"
 #include "shell/ShellState.h"
 #include "shell/SystemWakeups.h"
 #include "telephony/Phone.h"
@@ -95,6 +97,9 @@ public:
         return m_callWindow && m_callWindow->isVisible() ? m_callWindow.get() : nullptr;
     }
     // --- end of call windows ---
+    // --- call history ---
+    MissedCallNotifications& missedCallNotifications() { return *m_missedNotifications; }
+    // --- end of call history ---
 
 private:
     void init(SettingsStore& settings, SecureStore& secrets);
@@ -106,6 +111,9 @@ private:
     void closeCallWindow();
     void activateCallWindow(const QByteArray& activationToken);
     // --- end of call windows ---
+    // --- call history ---
+    void initMissedCalls();
+    // --- end of call history ---
     QCoro::Task<> run();
 
     std::unique_ptr<SettingsStore> m_ownSettings;
@@ -128,6 +136,10 @@ private:
     // --- end of headsets ---
     std::unique_ptr<GlobalShortcuts> m_globalShortcuts;
     std::unique_ptr<ShellState> m_shellState;
+    // --- call history ---
+    std::unique_ptr<MissedCallWatch> m_missedWatch;
+    std::unique_ptr<MissedCallNotifications> m_missedNotifications;
+    // --- end of call history ---
     QQmlApplicationEngine m_engine;
     // Made in the engine, so they go before it.
     std::unique_ptr<QQuickWindow> m_callWindow;

@@ -32,8 +32,36 @@ ShellState::ShellState(SettingsStore& settings, Phone& phone, Session& session, 
     m_voicemailPlayer.setPhone(&phone);
     connect(&session, &Session::meChanged, this, &ShellState::forwardingChanged);
     // --- end of server actions ---
-    connect(&phone.recents(), &Recents::entriesChanged, this, &ShellState::recentChanged);
     connect(&phone, &Phone::registrationUpdated, this, &ShellState::registrationChanged);
+    // --- call history ---
+    m_recentsModel = std::make_unique<RecentsModel>(session.history(), phone.recents(), settings);
+    m_recentsModel->owner = [&session] { return session.historyOwner(); };
+    m_recentsModel->colleagueName = [&session](const QString& number) -> std::optional<QString> {
+        if (const auto colleague = session.colleague(number)) {
+            return colleague->name;
+        }
+        return std::nullopt;
+    };
+    m_recentsModel->contactName = [&phone](const QString& number) -> std::optional<QString> {
+        return phone.contactName ? phone.contactName(number) : std::nullopt;
+    };
+    m_recentsModel->refresh = [&session] { session.loadHistory(); };
+    m_recentsModel->loadMore = [&session] { session.loadMoreHistory(); };
+    m_recentsModel->call = [&phone](const QString& number) { phone.dial(number); };
+    // Who the user is and who is who change the lines as much as the calls do.
+    for (auto signal : {&Session::meChanged, &Session::directoryChanged}) {
+        connect(&session, signal, m_recentsModel.get(), &RecentsModel::rebuild);
+    }
+    connect(&phone, &Phone::registrationUpdated, m_recentsModel.get(), &RecentsModel::rebuild);
+    connect(m_recentsModel.get(), &QAbstractItemModel::rowsInserted, this,
+            &ShellState::recentChanged);
+    connect(m_recentsModel.get(), &QAbstractItemModel::rowsRemoved, this,
+            &ShellState::recentChanged);
+    connect(m_recentsModel.get(), &QAbstractItemModel::rowsMoved, this, &ShellState::recentChanged);
+    connect(m_recentsModel.get(), &QAbstractItemModel::dataChanged, this,
+            &ShellState::recentChanged);
+    // The names are known once the model is wired.
+    m_recentsModel->rebuild();
 }
 
 bool ShellState::isSection(const QString& name) {
@@ -95,15 +123,15 @@ void ShellState::setGlobalShortcuts(bool bound) {
 QVariantList ShellState::recent() const {
     QVariantList rows;
     const QDateTime now = m_now();
-    for (const Recents::Entry& entry : m_phone.recents().entries()) {
+    for (const RecentsModel::Line& line : m_recentsModel->lines()) {
         if (rows.size() == recentRows) {
             break;
         }
         rows.append(QVariantMap{
-            {QStringLiteral("name"), entry.name.value_or(entry.remote)},
-            {QStringLiteral("number"), entry.remote},
-            {QStringLiteral("incoming"), entry.incoming},
-            {QStringLiteral("date"), RowText::date(entry.date, now)},
+            {QStringLiteral("name"), line.title},
+            {QStringLiteral("number"), line.item.remote},
+            {QStringLiteral("incoming"), line.item.incoming},
+            {QStringLiteral("date"), RowText::date(line.item.date, now)},
         });
     }
     return rows;

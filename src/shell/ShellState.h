@@ -1,5 +1,6 @@
 #pragma once
 
+#include "history/RecentsModel.h"
 #include "platform/SettingsStore.h"
 #include "session/Session.h"
 #include "shell/VoicemailPlayer.h"
@@ -10,6 +11,7 @@
 #include <QVariantList>
 
 #include <functional>
+#include <memory>
 
 class Phone;
 class Session;
@@ -38,6 +40,8 @@ class ShellState : public QObject {
     // --- forwarding editor ---
     Q_PROPERTY(QString forwardingSummary READ forwardingSummary NOTIFY forwardingChanged)
     // --- end of forwarding editor ---
+    // --- call history ---
+    Q_PROPERTY(RecentsModel* recents READ recentsModel CONSTANT)
 public:
     static constexpr char sectionKey[] = "section";
     // True when absent: closing the window leaves the app running for calls.
@@ -67,8 +71,11 @@ public:
     bool globalShortcuts() const { return m_globalShortcuts; }
     void setGlobalShortcuts(bool bound);
 
-    // The first local recents: name, number, incoming, date words.
+    // The first calls of the merged list: name, number, incoming, date words.
     QVariantList recent() const;
+    // --- call history ---
+    // The recents screen's rows, and the missed calls not yet looked at.
+    RecentsModel* recentsModel() const { return m_recentsModel.get(); }
 
     // --- server actions: the sidebar's badges and its queues row ---
     bool hasQueues() const { return !m_session.queues().isEmpty(); }
@@ -139,4 +146,6 @@ private:
     // --- voicemail ---
     VoicemailPlayer m_voicemailPlayer;
     // --- end of voicemail ---
+    // --- call history ---
+    std::unique_ptr<RecentsModel> m_recentsModel;
 };

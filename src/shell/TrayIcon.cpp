@@ -1,5 +1,6 @@
 #include "shell/TrayIcon.h"
 
+#include "history/RecentsModel.h"
 #include "platform/Log.h"
 #include "shell/ShellState.h"
 #include "shell/StatusNotifierItem.h"
@@ -174,16 +175,53 @@ void TrayIcon::remove() {
 
 void TrayIcon::refresh() {
     const auto kind = m_phone.registration().kind;
-    const QString tip = tooltip(ShellState::registrationWordOf(m_phone));
+    QString text = tooltip(ShellState::registrationWordOf(m_phone));
+    QString description = ShellState::registrationWordOf(m_phone);
+    // --- call history ---
+    if (m_missedCalls > 0) {
+        text += u'\n' + missedLine(m_missedCalls);
+        description += u'\n' + missedLine(m_missedCalls);
+    }
+    // --- end of call history ---
+    m_toolTip = text;
     if (m_item) {
         m_item->setIcon(iconFor(kind, m_unreadVoicemail));
-        m_item->setToolTip(QStringLiteral("velnor RZ"), ShellState::registrationWordOf(m_phone));
+        m_item->setToolTip(QStringLiteral("velnor RZ"), description);
     }
     if (m_icon) {
         m_icon->setIcon(iconFor(kind, m_unreadVoicemail));
-        m_icon->setToolTip(tip);
+        m_icon->setToolTip(text);
     }
 }
+
+// --- call history ---
+
+void TrayIcon::setMissedCalls(int count) {
+    if (count == m_missedCalls) {
+        return;
+    }
+    m_missedCalls = count;
+    refresh();
+}
+
+void TrayIcon::followMissedCalls(RecentsModel& recents) {
+    setMissedCalls(recents.missedCount());
+    connect(&recents, &RecentsModel::missedCountChanged, this,
+            [this, &recents] { setMissedCalls(recents.missedCount()); });
+}
+
+QString TrayIcon::missedLine(int count) {
+    if (count <= 0) {
+        return {};
+    }
+    return count == 1 ? tr("1 missed call") : tr("%1 missed calls").arg(count);
+}
+
+QString TrayIcon::toolTip() const {
+    return installed() ? m_toolTip : QString();
+}
+
+// --- end of call history ---
 
 bool TrayIcon::makePanel() {
     if (m_panel) {

@@ -12,6 +12,8 @@
 
 #include <memory>
 
+class Phone;
+class RecentsModel;
 class QQmlEngine;
 class QSystemTrayIcon;
 class StatusNotifierItem;
@@ -52,6 +54,17 @@ public:
     // The icon's picture for a registration and an unread count.
     static QIcon iconOf(Phone::Registration::Kind kind, int unreadVoicemail);
     // --- end of voicemail badge ---
+    // --- call history ---
+    // Missed calls the user has not looked at yet, counted on a line of the tooltip.
+    void setMissedCalls(int count);
+    // Keeps the count in step with the recents list's.
+    void followMissedCalls(RecentsModel& recents);
+    int missedCalls() const { return m_missedCalls; }
+    // "1 missed call", "3 missed calls"; empty for none.
+    static QString missedLine(int count);
+    // What the icon's tooltip says now; empty while the icon is not up.
+    QString toolTip() const;
+    // --- end of call history ---
 
 signals:
     void installedChanged();
@@ -76,4 +89,8 @@ private:
     // --- voicemail badge ---
     int m_unreadVoicemail = 0;
     // --- end of voicemail badge ---
+    // --- call history ---
+    int m_missedCalls = 0;
+    // What the tooltip says, in whichever tray shows it.
+    QString m_toolTip;
 };

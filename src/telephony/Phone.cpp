@@ -579,6 +579,8 @@ void Phone::hangUp(const QUuid& uuid) {
     // --- push bookkeeping: a call only announced is refused when its INVITE comes ---
     m_push.hangUp(uuid);
     // --- end of push bookkeeping ---
+    // --- call history ---
+    m_lastHungUpHere = uuid;
     if (const auto call = m_calls.value(uuid)) {
         call->hangup();
     }

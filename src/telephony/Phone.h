@@ -147,6 +147,9 @@ public:
     Q_INVOKABLE void dialOrQueue(const QString& number);
     Q_INVOKABLE void answer();
     void hangUp(const QUuid& uuid);
+    // --- call history ---
+    // The last call ended from this side: a call declined here is not a missed one.
+    const std::optional<QUuid>& lastHungUpHere() const { return m_lastHungUpHere; }
     void setMuted(const QUuid& uuid, bool muted);
     bool sendDigits(const QUuid& uuid, const QString& digits);
     std::optional<ActiveCall> callInfo(const QUuid& uuid) const;
@@ -216,6 +219,8 @@ private:
     bool m_callMinimized = false;
     std::optional<QString> m_lastError;
     std::unique_ptr<Recents> m_recents;
+    // --- call history ---
+    std::optional<QUuid> m_lastHungUpHere;
     Account m_account;
     std::shared_ptr<core::SipClient> m_client;
     std::shared_ptr<CoreEvents> m_events;

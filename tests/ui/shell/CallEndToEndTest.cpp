@@ -73,7 +73,13 @@ TEST_F(CallEndToEnd, ACallerWhoGivesUpWithdrawsTheNotificationAndTheWindow) {
     ASSERT_TRUE(waitFor([&] { return notificationsShown() == 1; }, 5000));
     carol->command("hangup");
     EXPECT_TRUE(waitFor([&] { return callStatus().isEmpty(); }, 10000));
-    EXPECT_TRUE(waitFor([&] { return notificationsShown() == 0; }, 5000));
+    // --- call history ---
+    // The ringing notification is closed, and the missed call's stands in its place.
+    EXPECT_TRUE(waitFor([&] { return run("dunstctl", {"count", "history"}) == "1"; }, 5000));
+    EXPECT_TRUE(waitFor([&] { return notificationsShown() == 1; }, 5000));
+    EXPECT_FALSE(run("dunstctl", {"history"}).contains("Missed call"))
+        << run("dunstctl", {"history"}).toStdString();
+    // --- end of call history ---
     EXPECT_TRUE(waitFor([&] { return callWindowId().isEmpty(); }, 5000));
 }
 
@@ -230,7 +236,11 @@ TEST_F(CallEndToEnd, TheIncomingCallNotificationIsCriticalAndNeverExpires) {
     // The expiry comes last: 0, never.
     EXPECT_TRUE(flat.contains("]int320")) << seen.toStdString();
     carol->command("hangup");
-    EXPECT_TRUE(waitFor([&] { return notificationsShown() == 0; }, 10000));
+    // --- call history ---
+    // The ringing notification closes; the missed call's takes its place.
+    EXPECT_TRUE(waitFor([&] { return run("dunstctl", {"count", "history"}) == "1"; }, 10000));
+    EXPECT_TRUE(waitFor([&] { return notificationsShown() == 1; }, 10000));
+    // --- end of call history ---
 }
 
 TEST_F(CallEndToEnd, ATelLinkOpenedWithTheAppCallsAndOpensTheCallWindow) {
