@@ -12,6 +12,10 @@ namespace {
 constexpr std::uint32_t largestReportBits = 4096 * 8;
 // More usages than any real control lists; bounds a damaged Usage Maximum.
 constexpr std::uint32_t largestUsageRange = 4096;
+// More controls, and usages named by them all, than any real device has;
+// bounds the memory a damaged descriptor can ask for.
+constexpr std::size_t mostFields = 4096;
+constexpr std::size_t mostUsagesInAll = 65536;
 
 struct Globals {
     std::uint16_t usagePage = 0;
@@ -80,6 +84,7 @@ std::optional<Descriptor> parse(std::span<const std::uint8_t> bytes, std::string
     std::vector<std::pair<std::uint32_t, bool>> collections;
     // The next free bit of each report.
     std::map<std::pair<ReportKind, std::uint8_t>, std::uint32_t> nextBit;
+    std::size_t usagesInAll = 0;
 
     std::size_t at = 0;
     while (at < bytes.size()) {
@@ -203,6 +208,13 @@ std::optional<Descriptor> parse(std::span<const std::uint8_t> bytes, std::string
                     }
                 }
                 if (!constant && !usages.empty()) {
+                    const std::size_t perField = variable ? 1 : usages.size();
+                    if (out.fields.size() + globals.reportCount > mostFields ||
+                        usagesInAll + perField * globals.reportCount > mostUsagesInAll) {
+                        fail(error, "more controls than a device has");
+                        return std::nullopt;
+                    }
+                    usagesInAll += perField * globals.reportCount;
                     for (std::uint32_t i = 0; i < globals.reportCount; ++i) {
                         Field field;
                         field.kind = kind;

@@ -29,6 +29,8 @@ protected:
         session.signIn();
         ASSERT_TRUE(spinUntil([&] { return session.me().has_value() || session.hasError(); }, 10s));
         ASSERT_FALSE(session.hasError()) << session.errorText().toStdString();
+        // Signing in reads the server's directory; the one below replaces it after.
+        ASSERT_TRUE(spinUntil([&] { return session.hasDirectory(); }, 10s));
         Directory directory;
         Directory::Entry ben;
         ben.id = "u-002";

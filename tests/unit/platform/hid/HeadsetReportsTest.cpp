@@ -73,6 +73,19 @@ TEST(HidDescriptor, AUsageRangeBeyondAnyControlIsRefused) {
     EXPECT_EQ(error, "a usage range too large");
 }
 
+TEST(HidDescriptor, MoreControlsThanADeviceHasAreRefused) {
+    // An array of 4096 possible usages, repeated in 32 one-byte slots, eight times:
+    // each slot would carry the whole list.
+    std::vector<std::uint8_t> many = {0x05, 0x0b, 0x19, 0x00, 0x2a, 0xff,
+                                      0x0f, 0x75, 0x08, 0x95, 0x20};
+    for (int i = 0; i < 8; ++i) {
+        many.insert(many.end(), {0x19, 0x00, 0x2a, 0xff, 0x0f, 0x81, 0x00});
+    }
+    std::string error;
+    EXPECT_FALSE(parse(many, &error));
+    EXPECT_EQ(error, "more controls than a device has");
+}
+
 TEST(HeadsetReports, AKeyboardIsNoHeadset) {
     const auto descriptor = parse(headsets::keyboard);
     ASSERT_TRUE(descriptor);
