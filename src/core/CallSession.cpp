@@ -356,6 +356,39 @@ void CallSession::setHold(bool hold) {
     });
 }
 
+void CallSession::moveTo(const sa& local, bool addressMoved) {
+    if (m_over || !m_session || !m_established) {
+        // A call still being set up has no dialog to renegotiate; it goes on
+        // (or fails) over the connection it started on.
+        return;
+    }
+    if (addressMoved) {
+        const int err = m_stream.moveTo(local);
+        if (err) {
+            warn(format("call %s: no media socket at %s (%s)", m_callId.c_str(),
+                        addressText(local).c_str(), strerror(err)));
+        } else {
+            sa address = local;
+            sa_set_port(&address, 0);
+            sdp_session_set_laddr(m_sdp, &address);
+            sdp_media_set_lport(m_media, m_stream.localPort());
+        }
+    }
+    struct mbuf* offer = nullptr;
+    int err = sdp_encode(&offer, m_sdp, true);
+    if (!err) {
+        err = sipsess_modify(m_session, offer);
+    }
+    mem_deref(offer);
+    if (err) {
+        warn(format("call %s: the re-INVITE for the new connection could not be sent (%s)",
+                    m_callId.c_str(), strerror(err)));
+        return;
+    }
+    info(format("call %s: re-INVITE from %s:%u", m_callId.c_str(), addressText(local).c_str(),
+                m_stream.localPort()));
+}
+
 void CallSession::holdRefused() {
     if (m_holdPending && !m_over) {
         tmr_cancel(&m_holdTimer);

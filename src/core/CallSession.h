@@ -55,6 +55,10 @@ public:
     bool applyRemoteDescription(const struct mbuf* body, bool offer);
     // A re-INVITE of ours that the far end refused.
     void holdRefused();
+    // The client registered again on a new connection, from local: a
+    // connected call sends a re-INVITE over it so that the far end has the new
+    // Contact, and when the address moved, its media comes from a socket there.
+    void moveTo(const sa& local, bool addressMoved);
 
 private:
     static void onProgress(const struct sip_msg* msg, void* arg);

@@ -174,8 +174,24 @@ void Client::registrationFailed(std::string reason, bool unreachable, std::uint6
     }
     m_unreachable = unreachable;
     report(RegistrationState::failed(std::move(reason)));
-    // Try again later by itself; reRegister tries at once.
+    // Try again later by itself; reRegister tries at once. A server out of
+    // reach is tried again soon, then less often, so that it is found again
+    // quickly when it was a short outage.
+    if (unreachable) {
+        retryMs = nextRetryMs();
+    } else {
+        m_failuresInRow = 0;
+    }
+    info(format("registering again in %llu ms", static_cast<unsigned long long>(retryMs)));
     tmr_start(&m_registerTimer, retryMs, onRegisterTimer, this);
+}
+
+std::uint64_t Client::nextRetryMs() {
+    constexpr std::uint64_t firstMs = 1000;
+    constexpr std::uint64_t mostMs = 60000;
+    const int doublings = std::min(m_failuresInRow, 6);
+    ++m_failuresInRow;
+    return std::min(firstMs << doublings, mostMs);
 }
 
 void Client::onRegisterGuard(void* arg) {
@@ -235,6 +251,7 @@ void Client::onRegisterResponse(int err, const struct sip_msg* msg, void* arg) {
     }
     if (msg->scode < 300) {
         self->m_challenges = 0;
+        self->m_failuresInRow = 0;
         std::uint32_t granted = registerExpiry;
         if (pl_isset(&msg->expires)) {
             granted = std::min(granted, std::max<std::uint32_t>(pl_u32(&msg->expires), 10));
@@ -488,6 +505,11 @@ void Client::setUp() {
             teardown();
             return;
         }
+        // A watch that cannot start costs only the quick move to a new
+        // network; registration refreshes and the app's wake-ups still come.
+        if (const int watchErr = m_networkWatch.start([this] { followNetwork(false); })) {
+            warn(format("network changes are not watched (%s)", strerror(watchErr)));
+        }
         info(format("registering %s at %s over %s", m_aor.c_str(), serverName().c_str(),
                     m_tls ? "TLS" : "TCP"));
         report(RegistrationState::registering());
@@ -535,33 +557,42 @@ void Client::resolveInBackground() {
         hints.ai_socktype = SOCK_DGRAM;
         addrinfo* found = nullptr;
         sa local{};
+        sa server{};
         bool ok = getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found) == 0 &&
-                  found && sourceAddressFor(found->ai_addr, found->ai_addrlen, local);
+                  found && sourceAddressFor(found->ai_addr, found->ai_addrlen, local) &&
+                  sa_set_sa(&server, found->ai_addr) == 0;
         if (found) {
             freeaddrinfo(found);
         }
-        Loop::instance().post([weak, ok, local] {
+        Loop::instance().post([weak, ok, local, server] {
             if (auto self = weak.lock()) {
-                self->resolved(ok, local);
+                self->resolved(ok, local, server);
             }
         });
     }).detach();
 }
 
-void Client::resolved(bool ok, const sa& local) {
+void Client::resolved(bool ok, const sa& local, const sa& server) {
+    // Once registered from somewhere, a new resolution is a move like any other.
+    const bool settledBefore = sa_isset(&m_localAddress, SA_ADDR);
     m_resolution = ok ? Resolution::done : Resolution::failed;
     if (ok) {
-        m_localAddress = local;
+        m_serverAddress = server;
+        if (!settledBefore) {
+            m_localAddress = local;
+        }
     } else {
-        warn("no address for the server " + serverName());
+        warn("no way to the server " + serverName() + " for now");
     }
     if (!m_started || m_stopping) {
         return;
     }
-    if (ok) {
-        openTransportAndRegister();
-    } else {
+    if (!ok) {
         registrationFailed(unreachableReason(), true);
+    } else if (settledBefore) {
+        followNetwork(true);
+    } else {
+        openTransportAndRegister();
     }
 }
 
@@ -579,6 +610,78 @@ void Client::reRegister() {
             static_cast<struct sip_request*>(mem_deref(self->m_registerRequest));
         self->registerNow();
     });
+}
+
+void Client::networkChanged() {
+    Loop::instance().post([weak = weak_from_this()] {
+        if (auto self = weak.lock()) {
+            self->followNetwork(true);
+        }
+    });
+}
+
+void Client::followNetwork(bool reconnect) {
+    if (!m_started || m_stopping || !m_sip || m_resolution == Resolution::pending) {
+        return;
+    }
+    if (m_resolution == Resolution::failed) {
+        // The last try found no way to the server: look again now rather
+        // than when the back-off runs out. resolved() comes back here.
+        tmr_cancel(&m_registerTimer);
+        registerNow();
+        return;
+    }
+    sa local{};
+    if (!sourceAddressFor(&m_serverAddress.u.sa, m_serverAddress.len, local)) {
+        // No route to the server for now: the connection is as good as gone,
+        // and the next change (or the retry) finds the new way.
+        info(format("no route to %s for now", serverName().c_str()));
+        if (m_transportOpen) {
+            sip_transp_flush(m_sip);
+            m_transportOpen = false;
+            m_connectionWatch = static_cast<struct sip_keepalive*>(mem_deref(m_connectionWatch));
+            m_registerRequest = static_cast<struct sip_request*>(mem_deref(m_registerRequest));
+            tmr_cancel(&m_registerGuard);
+            registrationFailed(unreachableReason(), true);
+        }
+        return;
+    }
+    const bool moved = !sa_cmp(&local, &m_localAddress, SA_ADDR);
+    if (!moved && !reconnect && m_transportOpen) {
+        return;
+    }
+    if (moved) {
+        info(format("this machine now reaches %s from %s (was %s): registering again there",
+                    serverName().c_str(), addressText(local).c_str(),
+                    addressText(m_localAddress).c_str()));
+    } else {
+        info(format("registering again at %s on a new connection", serverName().c_str()));
+    }
+    m_localAddress = local;
+    // Every connection from before goes: one from a vanished address is dead,
+    // and after a suspend the server may have dropped it long ago.
+    if (m_transportOpen) {
+        sip_transp_flush(m_sip);
+        m_transportOpen = false;
+    }
+    m_connectionWatch = static_cast<struct sip_keepalive*>(mem_deref(m_connectionWatch));
+    m_registerRequest = static_cast<struct sip_request*>(mem_deref(m_registerRequest));
+    tmr_cancel(&m_registerGuard);
+    tmr_cancel(&m_registerTimer);
+    m_unansweredRegisters = 0;
+    m_challenges = 0;
+    m_failuresInRow = 0;
+    report(RegistrationState::registering());
+    openTransportAndRegister();
+    if (!m_transportOpen) {
+        return;
+    }
+    // The calls follow over the new connection: the far end learns the new
+    // Contact, and the new media address where the address moved.
+    auto calls = m_calls;
+    for (auto& [id, call] : calls) {
+        call->moveTo(m_localAddress, moved);
+    }
 }
 
 void Client::onExit(void* arg) {
@@ -672,6 +775,7 @@ void Client::stop() {
 }
 
 void Client::teardown() {
+    m_networkWatch.stop();
     tmr_cancel(&m_registerTimer);
     tmr_cancel(&m_registerGuard);
     tmr_cancel(&m_stopTimer);
@@ -855,6 +959,7 @@ std::shared_ptr<SipClient> SipClient::init(const SipAccount& account,
         if (!sourceAddressFor(&literal.u.sa, literal.len, client->m_localAddress)) {
             throw CoreError(CoreError::Kind::unreachable, account.server, "no route to the host");
         }
+        client->m_serverAddress = literal;
         client->m_resolution = Client::Resolution::done;
     } else {
         // Even starting a thread is left to the loop: init returns at once.

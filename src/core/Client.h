@@ -7,6 +7,7 @@
 
 #include "CallSession.h"
 #include "Core.h"
+#include "NetworkWatch.h"
 
 #include <re.h>
 
@@ -30,6 +31,7 @@ public:
 
     std::shared_ptr<Call> placeCall(const std::string& number) override;
     void reRegister() override;
+    void networkChanged() override;
     void start() override;
     void stop() override;
 
@@ -62,11 +64,19 @@ private:
     // The server's name is resolved on a thread of its own; the outcome
     // arrives on the loop through resolved().
     void resolveInBackground();
-    void resolved(bool ok, const sa& local);
+    void resolved(bool ok, const sa& local, const sa& server);
     void openTransportAndRegister();
     // Registers now, or first resolves the name again when that failed before.
     void registerNow();
     std::string unreachableReason() const;
+    // After the network changed: finds the address the server is reached
+    // from now. When it moved, or when reconnect asks for it (a resume, whose
+    // connections may be dead without knowing it), registers on a new
+    // connection and moves each call there with a re-INVITE.
+    void followNetwork(bool reconnect);
+    // How long to wait before trying an unreachable server again: doubling
+    // from one second up to a minute.
+    std::uint64_t nextRetryMs();
     void setUpTls();
     std::string serverName() const;
     std::string hostForUri() const;
@@ -114,6 +124,9 @@ private:
     struct sip_keepalive* m_connectionWatch = nullptr; // on the registration's connection
     struct tmr m_keepaliveTimer;
     struct sa m_registrar {};
+    struct sa m_serverAddress {}; // where the server's name led, once resolved
+    NetworkWatch m_networkWatch;
+    int m_failuresInRow = 0; // unreachable in a row, for the back-off
     enum sip_transp m_registrarTransport = SIP_TRANSP_TCP;
     struct tmr m_registerTimer;
     struct tmr m_registerGuard; // a REGISTER sent and not yet answered

@@ -165,6 +165,12 @@ public:
     // Sends the INVITE at once; the call's progress arrives through the delegate.
     virtual std::shared_ptr<Call> placeCall(const std::string& number) = 0;
     virtual void reRegister() = 0;
+    // The machine woke up or its network changed under the client: registers
+    // again on a new connection, and moves each connected call to the address
+    // the server is reached from now (a re-INVITE with the new Contact and
+    // media address). The engine notices address and route changes by itself;
+    // this is for what only the app hears of, such as a resume.
+    virtual void networkChanged() = 0;
     // Begins registration without waiting; what follows, failures included,
     // arrives through registrationChanged.
     virtual void start() = 0;

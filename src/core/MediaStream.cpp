@@ -61,6 +61,40 @@ int MediaStream::open(const sa& local, bool secure) {
     return err;
 }
 
+int MediaStream::moveTo(const sa& local) {
+    sa address = local;
+    sa_set_port(&address, 0);
+    struct rtp_sock* fresh = nullptr;
+    int err = rtp_listen(&fresh, IPPROTO_UDP, &address, 20000, 40000, true, onRtp, onRtcp, this);
+    struct udp_helper* srtpHelper = nullptr;
+    struct udp_helper* srtcpHelper = nullptr;
+    if (!err && m_secure) {
+        // The same keys on the new socket: the far end's contexts stay valid.
+        err = udp_register_helper(&srtpHelper, static_cast<struct udp_sock*>(rtp_sock(fresh)), 0,
+                                  onSrtpSend, onSrtpReceive, this);
+        if (!err) {
+            err = udp_register_helper(&srtcpHelper, static_cast<struct udp_sock*>(rtcp_sock(fresh)),
+                                      0, onSrtcpSend, onSrtcpReceive, this);
+        }
+    }
+    if (err) {
+        mem_deref(fresh);
+        return err;
+    }
+    // The old socket frees its helpers itself.
+    mem_deref(m_rtp);
+    m_rtp = fresh;
+    m_srtpHelper = srtpHelper;
+    m_srtcpHelper = srtcpHelper;
+    m_marker = true;
+    if (m_haveRemote) {
+        rtcp_start(m_rtp, "velnor-rz", &m_remoteRtcp);
+    }
+    info(
+        format("call %s: media now on %s", m_name.c_str(), addressText(*rtp_local(m_rtp)).c_str()));
+    return 0;
+}
+
 std::uint16_t MediaStream::localPort() const {
     return m_rtp ? sa_port(rtp_local(m_rtp)) : 0;
 }
@@ -89,8 +123,8 @@ void MediaStream::apply(const Agreed& agreed) {
     m_receiveCodec = agreed.receiveCodec;
     m_remoteRtp = agreed.remote;
     if (!m_haveRemote) {
-        struct sa rtcpPeer = agreed.remoteRtcp;
-        rtcp_start(m_rtp, "velnor-rz", &rtcpPeer);
+        m_remoteRtcp = agreed.remoteRtcp;
+        rtcp_start(m_rtp, "velnor-rz", &m_remoteRtcp);
     }
     m_haveRemote = true;
     if (m_secure) {

@@ -47,6 +47,10 @@ public:
     // The socket on a free port of local, and our SRTP key when secure.
     int open(const sa& local, bool secure);
     void close();
+    // A new socket on a free port of local, in place of the current one; the
+    // keys, codecs and the far end stay. Gives the error and keeps the old
+    // socket when no new one can be had.
+    int moveTo(const sa& local);
     std::uint16_t localPort() const;
     bool secure() const { return m_secure; }
     // Base64 of our SRTP master key and salt, for the a=crypto line.
@@ -102,6 +106,7 @@ private:
     bool m_sending = false;
     struct tmr m_dtmfTimer;
     struct sa m_remoteRtp {};
+    struct sa m_remoteRtcp {};
     bool m_haveRemote = false;
     int m_sendPt = -1;
     int m_eventPt = -1;

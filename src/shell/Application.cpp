@@ -106,14 +106,17 @@ void Application::init(SettingsStore& settings, SecureStore& secrets) {
             &Application::applyKeepInTray);
     QGuiApplication::setQuitOnLastWindowClosed(!m_shellState->keepInTray());
     // --- end of main window and tray ---
-    // Live updates: after a resume or when the network returns, the socket is
-    // replaced at once rather than after the back-off.
+    // After a resume or when the network returns, the live socket is replaced
+    // at once rather than after the back-off.
     Live& live = m_session->live();
     // Live updates follow the server's view of the phone's active call.
     connect(m_phone.get(), &Phone::activeSipCallIdChanged, this,
             [this] { activeSipCallIdChanged(m_phone->activeSipCallId()); });
     connect(&m_wakeups, &SystemWakeups::resumed, &live, &Live::reconnectNow);
     connect(&m_wakeups, &SystemWakeups::networkUp, &live, &Live::reconnectNow);
+    // The phone's connection likewise; calls move along with a re-INVITE.
+    connect(&m_wakeups, &SystemWakeups::resumed, m_phone.get(), &Phone::networkChanged);
+    connect(&m_wakeups, &SystemWakeups::networkUp, m_phone.get(), &Phone::networkChanged);
     m_wakeups.watchSleep(QDBusConnection::systemBus());
     m_wakeups.watchNetwork();
     initCallWindows();

@@ -210,6 +210,12 @@ void Phone::wake() {
     }
 }
 
+void Phone::networkChanged() {
+    if (m_client) {
+        m_client->networkChanged();
+    }
+}
+
 void Phone::registrationChanged(const core::RegistrationState& state) {
     Log::info(Log::sip, QStringLiteral("registration ") + fromStd(core::toString(state)));
     switch (state.kind) {

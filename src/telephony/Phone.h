@@ -140,6 +140,10 @@ public:
     void start();
     void stop();
     void wake();
+    // The machine resumed or the network came back: the engine registers on
+    // a new connection and moves the calls there (it follows address changes
+    // by itself; a resume it cannot see).
+    void networkChanged();
     static QString describe(std::exception_ptr error);
 
     // Calls.

@@ -34,9 +34,23 @@ void run(const QString& program, const QStringList& arguments, const QString& di
     }
 }
 
+QByteArray labHost() {
+    return QByteArray::fromStdString(labNetwork().host);
+}
+
+// Starts a lab server where the lab's network is.
+void startInLab(ChildProcess& process, const QString& program, const QStringList& arguments) {
+    const QStringList& launcher = labNetwork().launcher;
+    if (launcher.isEmpty()) {
+        process.start(program, arguments);
+    } else {
+        process.start(launcher.front(), launcher.mid(1) + QStringList{program} + arguments);
+    }
+}
+
 // Waits until something accepts connections on the port, within the bound.
 void waitListening(std::uint16_t port, std::chrono::milliseconds bound, ChildProcess& owner,
-                   const char* what) {
+                   const char* what, const std::string& host = labNetwork().host) {
     QDeadlineTimer deadline(bound);
     while (!deadline.hasExpired()) {
         if (!owner.running()) {
@@ -44,7 +58,7 @@ void waitListening(std::uint16_t port, std::chrono::milliseconds bound, ChildPro
                  " exited: " + owner.process().readAllStandardError().right(3000).toStdString());
         }
         QTcpSocket probe;
-        probe.connectToHost("127.0.0.1", port);
+        probe.connectToHost(QString::fromStdString(host), port);
         if (probe.waitForConnected(100)) {
             probe.disconnectFromHost();
             return;
@@ -55,6 +69,11 @@ void waitListening(std::uint16_t port, std::chrono::milliseconds bound, ChildPro
 }
 
 } // namespace
+
+LabNetwork& labNetwork() {
+    static LabNetwork network;
+    return network;
+}
 
 TestCertificates::TestCertificates(const QString& dir) {
     const QString ext = dir + "/server.ext";
@@ -124,8 +143,8 @@ Kamailio::Kamailio(const QString& dir, const TestCertificates& certs, Options op
     if (options.sippPort) {
         sippRoute = "    if ($rU == \"sipp\") {\n"
                     "        record_route();\n"
-                    "        $du = \"sip:127.0.0.1:" +
-                    QByteArray::number(options.sippPort) +
+                    "        $du = \"sip:" +
+                    labHost() + ":" + QByteArray::number(options.sippPort) +
                     ";transport=tcp\";\n"
                     "        t_relay();\n"
                     "        exit;\n"
@@ -140,11 +159,11 @@ Kamailio::Kamailio(const QString& dir, const TestCertificates& certs, Options op
         "tcp_children=3\n"
         "enable_tls=yes\n"
         "auto_aliases=no\n"
-        "listen=tcp:127.0.0.1:" +
-        QByteArray::number(m_tcpPort) +
+        "listen=tcp:" +
+        labHost() + ":" + QByteArray::number(m_tcpPort) +
         "\n"
-        "listen=tls:127.0.0.1:" +
-        QByteArray::number(m_tlsPort) +
+        "listen=tls:" +
+        labHost() + ":" + QByteArray::number(m_tlsPort) +
         "\n"
         "mpath=\"/usr/lib/x86_64-linux-gnu/kamailio/modules/\"\n"
         "loadmodule \"tls.so\"\n"
@@ -224,8 +243,9 @@ Kamailio::Kamailio(const QString& dir, const TestCertificates& certs, Options op
         passwords + "}\n";
     writeFile(dir + "/kamailio.cfg", config);
     m_process.process().setWorkingDirectory(dir);
-    m_process.start("kamailio", {"-f", dir + "/kamailio.cfg", "-DD", "-E", "-m", "64", "-M", "8",
-                                 "-Y", dir + "/run"});
+    startInLab(
+        m_process, "kamailio",
+        {"-f", dir + "/kamailio.cfg", "-DD", "-E", "-m", "64", "-M", "8", "-Y", dir + "/run"});
     waitListening(m_tcpPort, 10s, m_process, "kamailio");
     waitListening(m_tlsPort, 5s, m_process, "kamailio");
 }
@@ -258,8 +278,8 @@ Baresip::Baresip(const QString& dir, const std::string& user, Role role, const K
     const std::uint16_t controlPort = freeLoopbackPort();
     const std::uint16_t rtpBase = freeLoopbackPort();
     QByteArray config = "poll_method epoll\n"
-                        "sip_listen 127.0.0.1:" +
-                        QByteArray::number(sipPort) +
+                        "sip_listen " +
+                        labHost() + ":" + QByteArray::number(sipPort) +
                         "\n"
                         "sip_cafile " +
                         caFile.toUtf8() +
@@ -287,15 +307,16 @@ Baresip::Baresip(const QString& dir, const std::string& user, Role role, const K
     if (role == Role::echo || role == Role::srtpEcho) {
         config += "module_app echo.so\n";
     }
-    config += "ctrl_tcp_listen 127.0.0.1:" + QByteArray::number(controlPort) + "\n";
+    config += "ctrl_tcp_listen " + QByteArray::fromStdString(labNetwork().controlHost()) + ":" +
+              QByteArray::number(controlPort) + "\n";
     writeFile(home + "/config", config);
     const QByteArray password = QByteArray::fromStdString(Kamailio::users().at(user));
     const bool tls = role == Role::srtpEcho;
     const QByteArray transport = tls ? "tls" : "tcp";
     const QByteArray port = QByteArray::number(tls ? kamailio.tlsPort() : kamailio.tcpPort());
     QByteArray account =
-        "<sip:" + QByteArray::fromStdString(user) + "@127.0.0.1;transport=" + transport +
-        ">;auth_pass=" + password + ";outbound=\"sip:127.0.0.1:" + port +
+        "<sip:" + QByteArray::fromStdString(user) + "@" + labHost() + ";transport=" + transport +
+        ">;auth_pass=" + password + ";outbound=\"sip:" + labHost() + ":" + port +
         ";transport=" + transport +
         "\";regint=600;answermode=" + (role == Role::tonePlayer ? "manual" : "auto") +
         ";audio_codecs=" + codecs;
@@ -305,7 +326,7 @@ Baresip::Baresip(const QString& dir, const std::string& user, Role role, const K
     writeFile(home + "/accounts", account + "\n");
     writeFile(home + "/contacts", "");
     // Line-buffered, so that its messages arrive as they are printed.
-    m_process.start("stdbuf", {"-oL", "baresip", "-f", home, "-n", "127.0.0.1", "-t", "170"});
+    startInLab(m_process, "stdbuf", {"-oL", "baresip", "-f", home, "-n", labHost(), "-t", "170"});
     const auto begun = std::chrono::steady_clock::now();
     auto mark = [&](const char* what) {
         if (!qgetenv("VELNOR_TEST_TIMING").isEmpty()) {
@@ -315,9 +336,9 @@ Baresip::Baresip(const QString& dir, const std::string& user, Role role, const K
                              .count());
         }
     };
-    waitListening(controlPort, 10s, m_process, "baresip");
+    waitListening(controlPort, 10s, m_process, "baresip", labNetwork().controlHost());
     mark("control port open");
-    m_control.connectToHost("127.0.0.1", controlPort);
+    m_control.connectToHost(QString::fromStdString(labNetwork().controlHost()), controlPort);
     if (!m_control.waitForConnected(5000)) {
         fail("cannot reach baresip's control port");
     }

@@ -7,6 +7,7 @@
 #include "Services.h"
 #include "core/Core.h"
 
+#include <QStringList>
 #include <QTcpSocket>
 
 #include <QTemporaryDir>
@@ -23,6 +24,19 @@
 #include <vector>
 
 using namespace std::chrono_literals;
+
+// Where kamailio and the baresip parties run: on loopback, unless a test puts
+// them behind a network of its own (an address of theirs, and the command that
+// starts a program there, such as "ip netns exec NAME").
+struct LabNetwork {
+    std::string host = "127.0.0.1";
+    QStringList launcher;
+    // Where the test reaches the parties' control ports, when that is not host.
+    std::string control;
+
+    const std::string& controlHost() const { return control.empty() ? host : control; }
+};
+LabNetwork& labNetwork();
 
 // Certificates made for one test: a CA the test trusts, one it does not, and a
 // server certificate for 127.0.0.1 from each.
@@ -49,7 +63,7 @@ public:
 
     std::uint16_t tcpPort() const { return m_tcpPort; }
     std::uint16_t tlsPort() const { return m_tlsPort; }
-    std::string tcpServer() const { return "127.0.0.1:" + std::to_string(m_tcpPort); }
+    std::string tcpServer() const { return labNetwork().host + ":" + std::to_string(m_tcpPort); }
     void stop() { m_process.stop(); }
 
     // Users and their passwords.

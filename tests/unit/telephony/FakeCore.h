@@ -84,6 +84,7 @@ public:
         return call;
     }
     void reRegister() override { ++reRegisters; }
+    void networkChanged() override { ++networkChanges; }
     void start() override {
         ++starts;
         if (refuseStart) {
@@ -99,6 +100,7 @@ public:
     std::optional<core::CoreError> refuseDial;
     std::optional<core::CoreError> refuseStart;
     int reRegisters = 0;
+    int networkChanges = 0;
     int starts = 0;
     int stops = 0;
 };

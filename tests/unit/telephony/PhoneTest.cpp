@@ -203,6 +203,26 @@ TEST_F(PhoneTest, WakeReRegistersAClientOrStartsOne) {
     EXPECT_EQ(client().reRegisters, 1);
 }
 
+TEST_F(PhoneTest, ANetworkChangeIsPassedToTheRunningClientAndStartsNone) {
+    phone.networkChanged();
+    EXPECT_TRUE(clients.empty());
+    registered();
+    phone.networkChanged();
+    EXPECT_EQ(client().networkChanges, 1);
+    EXPECT_EQ(client().reRegisters, 0);
+}
+
+TEST_F(PhoneTest, AFailedRegistrationLeavesTheCallsUp) {
+    registered();
+    phone.dial("200");
+    ASSERT_EQ(phone.calls().size(), 1);
+    phone.registrationChanged(RegistrationState::failed("The server x cannot be reached."));
+    EXPECT_EQ(phone.calls().size(), 1);
+    for (const auto& call : client().placed) {
+        EXPECT_EQ(call->hangups, 0);
+    }
+}
+
 TEST_F(PhoneTest, EqualWritesDoNotNotify) {
     QSignalSpy registration(&phone, &Phone::registrationUpdated);
     phone.registrationChanged(RegistrationState::unregistered());
