@@ -24,6 +24,7 @@ Item {
 
     RoundButton {
         id: button
+        Accessible.onPressAction: clicked()
         objectName: control.objectName ? control.objectName + "Circle" : ""
         anchors.horizontalCenter: parent.horizontalCenter
         width: control.size

@@ -48,6 +48,7 @@ Item {
     Menu {
         id: menu
         MenuItem {
+            Accessible.onPressAction: { triggered(); if (menu) menu.close() }
             text: qsTr("Call")
             icon.source: Icons.of("phone")
             onTriggered: callable.call()

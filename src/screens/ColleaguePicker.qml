@@ -45,6 +45,7 @@ Popup {
                 font.weight: Font.DemiBold
             }
             RoundButton {
+                Accessible.onPressAction: clicked()
                 objectName: "pickerCancel"
                 flat: true
                 icon.source: Icons.of("xmark")

@@ -31,6 +31,7 @@ Item {
         RowLayout {
             Layout.fillWidth: true
             Button {
+                Accessible.onPressAction: clicked()
                 objectName: "forwardingCancel"
                 flat: true
                 palette.buttonText: Theme.accent
@@ -48,6 +49,7 @@ Item {
                 Accessible.role: Accessible.Heading
             }
             Button {
+                Accessible.onPressAction: clicked()
                 objectName: "forwardingSave"
                 text: view.draft.saving ? "" : qsTr("Save")
                 enabled: view.draft.canSave

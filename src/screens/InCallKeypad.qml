@@ -55,6 +55,7 @@ FocusScope {
                 model: ["1", "2", "3", "4", "5", "6", "7", "8", "9", "*", "0", "#"]
 
                 RoundButton {
+                    Accessible.onPressAction: clicked()
                     required property string modelData
                     objectName: "inCallKey" + modelData
                     Layout.preferredWidth: 52

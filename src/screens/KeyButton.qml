@@ -4,6 +4,7 @@ import QtQuick.Controls
 // One round key of the keypad: the digit, and its letters beneath.
 AbstractButton {
     id: key
+    Accessible.onPressAction: clicked()
 
     property string digit
     property string letters

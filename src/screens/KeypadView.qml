@@ -112,6 +112,7 @@ FocusScope {
             }
             AbstractButton {
                 id: callButton
+                Accessible.onPressAction: clicked()
                 objectName: "keypadCall"
                 Layout.preferredWidth: 78
                 Layout.preferredHeight: 78
@@ -139,6 +140,7 @@ FocusScope {
             }
             AbstractButton {
                 id: deleteButton
+                Accessible.onPressAction: clicked()
                 objectName: "keypadDelete"
                 Layout.preferredWidth: 78
                 Layout.preferredHeight: 78

@@ -13,6 +13,7 @@ SectionEmptyState {
     description: message
 
     Button {
+        Accessible.onPressAction: clicked()
         objectName: "tryAgainButton"
         text: qsTr("Try again")
         highlighted: true

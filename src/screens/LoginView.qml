@@ -58,6 +58,7 @@ ColumnLayout {
 
     Button {
         id: signInButton
+        Accessible.onPressAction: clicked()
         objectName: "signInButton"
         Layout.fillWidth: true
         Layout.topMargin: 16
@@ -105,6 +106,7 @@ ColumnLayout {
             font.pixelSize: 13
         }
         Button {
+            Accessible.onPressAction: clicked()
             objectName: "cancelButton"
             Layout.alignment: Qt.AlignHCenter
             flat: true
@@ -117,6 +119,7 @@ ColumnLayout {
 
     Button {
         id: otherServer
+        Accessible.onPressAction: clicked()
         objectName: "otherServerButton"
         Layout.alignment: Qt.AlignHCenter
         Layout.topMargin: 16
@@ -174,11 +177,13 @@ ColumnLayout {
 
         footer: DialogButtonBox {
             Button {
+                Accessible.onPressAction: clicked()
                 objectName: "serverCancel"
                 text: qsTr("Cancel")
                 DialogButtonBox.buttonRole: DialogButtonBox.RejectRole
             }
             Button {
+                Accessible.onPressAction: clicked()
                 objectName: "serverSave"
                 text: qsTr("Save")
                 DialogButtonBox.buttonRole: DialogButtonBox.AcceptRole

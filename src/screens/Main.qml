@@ -91,6 +91,7 @@ ApplicationWindow {
 
         footer: DialogButtonBox {
             Button {
+                Accessible.onPressAction: clicked()
                 objectName: "errorOk"
                 text: qsTr("OK")
                 DialogButtonBox.buttonRole: DialogButtonBox.AcceptRole

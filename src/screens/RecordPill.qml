@@ -6,6 +6,7 @@ import QtQuick.Controls
 // opposite of what the server last said.
 AbstractButton {
     id: pill
+    Accessible.onPressAction: clicked()
 
     // The server says the call is recorded.
     property bool recording: false

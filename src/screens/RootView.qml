@@ -41,6 +41,7 @@ Item {
 
                 ItemDelegate {
                     id: row
+                    Accessible.onPressAction: clicked()
                     required property var modelData
                     objectName: "section_" + modelData.id
                     Layout.fillWidth: true
@@ -106,6 +107,7 @@ Item {
                 shell: root.shell
             }
             Button {
+                Accessible.onPressAction: clicked()
                 objectName: "settingsButton"
                 Layout.fillWidth: true
                 flat: true

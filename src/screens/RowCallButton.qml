@@ -4,6 +4,7 @@ import QtQuick.Controls
 // The round green call button at the end of a callable row.
 AbstractButton {
     id: button
+    Accessible.onPressAction: clicked()
 
     width: 28
     height: 28

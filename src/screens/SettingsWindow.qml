@@ -34,6 +34,7 @@ ApplicationWindow {
                 color: Theme.purple
             }
             Switch {
+                Accessible.onPressAction: { toggle(); toggled() }
                 objectName: "dndSwitch"
                 Layout.fillWidth: true
                 text: qsTr("Do not disturb")
@@ -56,6 +57,7 @@ ApplicationWindow {
             text: qsTr("Do not disturb: none of your phones rings, also not for group calls.")
         }
         ItemDelegate {
+            Accessible.onPressAction: clicked()
             objectName: "forwardingRow"
             Layout.fillWidth: true
             enabled: window.session.hasMe
@@ -96,6 +98,7 @@ ApplicationWindow {
 
         Switch {
             id: keep
+            Accessible.onPressAction: { toggle(); toggled() }
             objectName: "keepInTraySwitch"
             text: qsTr("Keep running in the tray")
             checked: window.shell.keepInTray
@@ -125,6 +128,7 @@ ApplicationWindow {
         }
         Item { Layout.fillHeight: true }
         Button {
+            Accessible.onPressAction: clicked()
             objectName: "signOutButton"
             visible: window.session.stateName === "signedIn"
             text: qsTr("Sign out")

@@ -5,6 +5,7 @@ import QtQuick.Layouts
 // Above a list whose refresh failed: the saved rows stay, and a tap tries again.
 AbstractButton {
     id: banner
+    Accessible.onPressAction: clicked()
 
     signal retry()
 

@@ -5,6 +5,7 @@ import QtQuick.Controls
 // chart while there is no level yet.
 ToolButton {
     id: toggle
+    Accessible.onPressAction: clicked()
 
     property bool shown: false
     property string level: ""

@@ -36,6 +36,7 @@ Item {
         }
         Button {
             id: button
+            Accessible.onPressAction: clicked()
             objectName: "target_" + field.rule
             flat: true
             Accessible.name: field.title + ", " + value.text
@@ -63,10 +64,12 @@ Item {
         id: menu
         objectName: "targetMenu"
         MenuItem {
+            Accessible.onPressAction: { triggered(); if (menu) menu.close() }
             text: qsTr("Off")
             onTriggered: field.draft.turnOff(field.rule)
         }
         MenuItem {
+            Accessible.onPressAction: { triggered(); if (menu) menu.close() }
             objectName: "myVoicemailEntry"
             text: qsTr("My voicemail")
             icon.source: Icons.of("recordingtape")
@@ -76,16 +79,19 @@ Item {
             onTriggered: field.draft.toMailbox(field.rule)
         }
         MenuItem {
+            Accessible.onPressAction: { triggered(); if (menu) menu.close() }
             text: qsTr("Colleague or group…")
             icon.source: Icons.of("person.2")
             onTriggered: field.pickColleague(field.rule)
         }
         MenuItem {
+            Accessible.onPressAction: { triggered(); if (menu) menu.close() }
             text: qsTr("Phone number…")
             icon.source: Icons.of("phone")
             onTriggered: field.enterNumber(field.rule)
         }
         MenuItem {
+            Accessible.onPressAction: { triggered(); if (menu) menu.close() }
             text: qsTr("Hang up")
             icon.source: Icons.of("phone.down.fill")
             onTriggered: field.draft.toHangUp(field.rule)

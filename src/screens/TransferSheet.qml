@@ -148,6 +148,7 @@ FocusScope {
             }
         }
         Button {
+            Accessible.onPressAction: clicked()
             objectName: "sheetCancel"
             Layout.alignment: Qt.AlignRight
             text: qsTr("Cancel")

@@ -115,6 +115,7 @@ Window {
                 }
             }
             RoundButton {
+                Accessible.onPressAction: clicked()
                 objectName: "trayDecline"
                 visible: panel.call.status === "incoming"
                 icon.source: Icons.of("phone.down.fill")
@@ -126,6 +127,7 @@ Window {
                 onClicked: panel.phone.hangUpActive()
             }
             RoundButton {
+                Accessible.onPressAction: clicked()
                 objectName: "trayAnswer"
                 visible: panel.call.status === "incoming"
                 icon.source: Icons.of("phone.fill")
@@ -137,6 +139,7 @@ Window {
                 onClicked: panel.phone.answer()
             }
             RoundButton {
+                Accessible.onPressAction: clicked()
                 objectName: "trayMute"
                 visible: panel.phone.hasActiveCall && panel.call.status !== "incoming"
                 icon.source: Icons.of(panel.call.muted ? "mic.fill" : "mic.slash.fill")
@@ -147,6 +150,7 @@ Window {
                 onClicked: panel.phone.setActiveMuted(!panel.call.muted)
             }
             RoundButton {
+                Accessible.onPressAction: clicked()
                 objectName: "trayEnd"
                 visible: panel.phone.hasActiveCall && panel.call.status !== "incoming"
                 icon.source: Icons.of("phone.down.fill")
@@ -158,6 +162,7 @@ Window {
                 onClicked: panel.phone.hangUpActive()
             }
             RoundButton {
+                Accessible.onPressAction: clicked()
                 objectName: "trayShowCall"
                 icon.source: Icons.of("chevron.right")
                 icon.color: Theme.secondaryText
@@ -188,6 +193,7 @@ Window {
                 palette.text: Theme.primaryText
             }
             RoundButton {
+                Accessible.onPressAction: clicked()
                 objectName: "trayCall"
                 enabled: panel.number.trim().length > 0 && panel.phone.registered
                 icon.source: Icons.of("phone.fill")
@@ -199,6 +205,7 @@ Window {
         }
 
         Switch {
+            Accessible.onPressAction: { toggle(); toggled() }
             objectName: "trayDnd"
             Layout.fillWidth: true
             text: qsTr("Do not disturb")
@@ -225,6 +232,7 @@ Window {
             model: panel.shell.recent
             ItemDelegate {
                 id: recentRow
+                Accessible.onPressAction: clicked()
                 required property var modelData
                 Layout.fillWidth: true
                 hoverEnabled: true
@@ -270,6 +278,7 @@ Window {
             ]
             ItemDelegate {
                 id: menuRow
+                Accessible.onPressAction: clicked()
                 required property var modelData
                 objectName: modelData.name
                 Layout.fillWidth: true

@@ -34,6 +34,7 @@ Item {
 
     AbstractButton {
         id: line
+        Accessible.onPressAction: clicked()
         objectName: "voicemailLine"
         anchors.left: parent.left
         anchors.right: parent.right
@@ -112,6 +113,7 @@ Item {
             spacing: 12
 
             AbstractButton {
+                Accessible.onPressAction: clicked()
                 objectName: "playButton"
                 implicitWidth: 44
                 implicitHeight: 44
@@ -189,6 +191,7 @@ Item {
                 }
             }
             AbstractButton {
+                Accessible.onPressAction: clicked()
                 objectName: "callBackButton"
                 visible: row.hasCaller
                 implicitWidth: 44
@@ -221,6 +224,7 @@ Item {
             Layout.bottomMargin: 8
             spacing: 8
             Button {
+                Accessible.onPressAction: clicked()
                 objectName: "readButton"
                 flat: true
                 text: row.message.read ? qsTr("Unread") : qsTr("Read")
@@ -231,6 +235,7 @@ Item {
             }
             Item { Layout.fillWidth: true }
             Button {
+                Accessible.onPressAction: clicked()
                 objectName: "deleteButton"
                 flat: true
                 text: qsTr("Delete")
@@ -254,10 +259,12 @@ Item {
     Menu {
         id: actions
         MenuItem {
+            Accessible.onPressAction: { triggered(); if (menu) menu.close() }
             text: row.message.read ? qsTr("Mark as unread") : qsTr("Mark as read")
             onTriggered: row.session.setReadFromScreen(row.message.id, !row.message.read)
         }
         MenuItem {
+            Accessible.onPressAction: { triggered(); if (menu) menu.close() }
             text: qsTr("Delete")
             onTriggered: row.player.deleteMessage(row.message.id)
         }

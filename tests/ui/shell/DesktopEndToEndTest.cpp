@@ -285,3 +285,64 @@ TEST_F(Desktop, AStatusNotifierTrayThatStartsAfterTheAppShowsTheIconAndItsClickO
     grabScreen().save(QString(VELNOR_SCREENSHOTS) + "/sni-tray-panel.png");
     EXPECT_TRUE(app.running());
 }
+
+// A day with a screen reader: sign-in, a call placed on the keypad, a call
+// answered and both hung up, every step an action on an element found by its
+// accessible name over AT-SPI, on a private accessibility bus, with no mouse,
+// no keyboard and no call of the app's own D-Bus methods. Only what the test
+// checks is read back from the app.
+TEST_F(Desktop, AScreenReaderUserSignsInCallsAnswersAndHangsUpThroughAtSpiAlone) {
+    ChildProcess a11yBus;
+    a11yBus.start("/usr/libexec/at-spi-bus-launcher", {"--launch-immediately"}, environment());
+    bus.waitForName("org.a11y.Bus");
+    QProcessEnvironment env = environment();
+    env.insert("QT_LINUX_ACCESSIBILITY_ALWAYS_ON", "1");
+    app.start(VELNOR_APP_PATH, {}, env);
+    app.process().setReadChannel(QProcess::StandardError);
+    waitForLine("Main window shown");
+    bus.waitForName("net.velnor.rz");
+    connection = std::make_unique<QDBusConnection>(
+        QDBusConnection::connectToBus(bus.address(), "desktop-test"));
+    ASSERT_TRUE(connection->isConnected());
+
+    auto act = [&](const char* command, const QString& name) {
+        QProcess tool;
+        tool.setProcessEnvironment(environment());
+        tool.start("/usr/bin/python3", {VELNOR_A11Y_ACTION, "velnor-rz", command, name, "20"});
+        if (!tool.waitForFinished(30000)) {
+            tool.kill();
+            tool.waitForFinished();
+        }
+        std::printf("a11y %s %s: %s%s", command, qPrintable(name),
+                    tool.readAllStandardOutput().constData(),
+                    tool.readAllStandardError().constData());
+        return tool.exitStatus() == QProcess::NormalExit && tool.exitCode() == 0;
+    };
+
+    ASSERT_TRUE(act("press", "Sign in with velnor RZ"));
+    waitForLine("Signed in to");
+    ASSERT_TRUE(waitFor([&] { return property("Registration").toString() == "registered"; }, 30000))
+        << property("Registration").toString().toStdString();
+
+    // The echo test, 999, dialled on the keypad.
+    ASSERT_TRUE(act("press", "Keypad"));
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(act("press", "9 WXYZ"));
+    }
+    ASSERT_TRUE(act("wait", "999"));
+    ASSERT_TRUE(act("press", "Call"));
+    ASSERT_TRUE(waitFor([&] { return activeCall().value("status") == "connected"; }, 20000))
+        << activeCall().value("status").toString().toStdString();
+    EXPECT_EQ(activeCall().value("number").toString(), "999");
+    ASSERT_TRUE(act("press", "End"));
+    ASSERT_TRUE(waitFor([&] { return activeCall().isEmpty(); }));
+
+    // Emma (205) calls; the call window's Answer takes it, its End ends it.
+    server.control("POST", "phone/call", {{"from", "u-005"}, {"to", "201"}});
+    ASSERT_TRUE(waitFor([&] { return activeCall().value("status") == "incoming"; }, 20000));
+    ASSERT_TRUE(act("press", "Answer"));
+    ASSERT_TRUE(waitFor([&] { return activeCall().value("status") == "connected"; }, 20000))
+        << activeCall().value("status").toString().toStdString();
+    ASSERT_TRUE(act("press", "End"));
+    EXPECT_TRUE(waitFor([&] { return activeCall().isEmpty(); }));
+}
