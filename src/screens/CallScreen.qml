@@ -32,6 +32,50 @@ FocusScope {
     implicitWidth: 320
     implicitHeight: column.implicitHeight + 40
 
+    // A call handled from the keyboard alone: the same keys wherever the
+    // focus is in the window, each shown in its button's tool-tip.
+    Shortcut {
+        id: answerKey
+        sequence: "Ctrl+Shift+A"
+        enabled: screen.incoming
+        onActivated: screen.phone.answer()
+    }
+    Shortcut {
+        id: endKey
+        sequence: "Ctrl+Shift+E"
+        onActivated: screen.phone.hangUpActive()
+    }
+    Shortcut {
+        id: muteKey
+        sequence: "Ctrl+Shift+M"
+        enabled: !screen.incoming
+        onActivated: screen.phone.setActiveMuted(!screen.call.muted)
+    }
+    Shortcut {
+        id: keypadKey
+        sequence: "Ctrl+Shift+K"
+        enabled: !screen.incoming && !screen.sheetOpen
+        onActivated: screen.showKeypad = !screen.showKeypad
+    }
+    Shortcut {
+        id: holdKey
+        sequence: "Ctrl+Shift+H"
+        enabled: screen.connected
+        onActivated: screen.phone.toggleHold()
+    }
+    Shortcut {
+        id: transferKey
+        sequence: "Ctrl+Shift+T"
+        enabled: screen.connected && !screen.sheetOpen
+        onActivated: screen.showTransfer = true
+    }
+    Shortcut {
+        id: addCallKey
+        sequence: "Ctrl+Shift+N"
+        enabled: screen.connected && !screen.hasHeld && !screen.sheetOpen
+        onActivated: screen.showAddCall = true
+    }
+
     ColumnLayout {
         id: column
         anchors.top: parent.top
@@ -147,6 +191,7 @@ FocusScope {
 
             CallButton {
                 objectName: "declineButton"
+                toolTip: qsTr("Decline") + " (" + endKey.nativeText + ")"
                 title: qsTr("Decline")
                 systemImage: "phone.down.fill"
                 tint: Theme.danger
@@ -154,6 +199,7 @@ FocusScope {
             }
             CallButton {
                 objectName: "answerButton"
+                toolTip: qsTr("Answer") + " (" + answerKey.nativeText + ")"
                 title: qsTr("Answer")
                 systemImage: "phone.fill"
                 tint: Theme.positive
@@ -170,6 +216,7 @@ FocusScope {
 
             CallButton {
                 objectName: "muteButton"
+                toolTip: (screen.call.muted ? qsTr("Unmute") : qsTr("Mute")) + " (" + muteKey.nativeText + ")"
                 title: qsTr("Mute")
                 systemImage: screen.call.muted ? "mic.slash.fill" : "mic.fill"
                 active: screen.call.muted === true
@@ -178,6 +225,7 @@ FocusScope {
             }
             CallButton {
                 objectName: "keypadButton"
+                toolTip: (screen.showKeypad ? qsTr("Hide keypad") : qsTr("Keypad")) + " (" + keypadKey.nativeText + ")"
                 title: qsTr("Keypad")
                 systemImage: "circle.grid.3x3.fill"
                 active: screen.showKeypad
@@ -186,6 +234,7 @@ FocusScope {
             }
             CallButton {
                 objectName: "holdButton"
+                toolTip: (screen.call.held ? qsTr("Resume") : qsTr("Hold")) + " (" + holdKey.nativeText + ")"
                 enabled: screen.connected
                 title: screen.call.held ? qsTr("Resume") : qsTr("Hold")
                 systemImage: screen.call.held ? "play.fill" : "pause.fill"
@@ -194,6 +243,7 @@ FocusScope {
             }
             CallButton {
                 objectName: "transferButton"
+                toolTip: qsTr("Transfer") + " (" + transferKey.nativeText + ")"
                 enabled: screen.connected
                 title: qsTr("Transfer")
                 systemImage: "arrow.turn.up.right"
@@ -201,6 +251,7 @@ FocusScope {
             }
             CallButton {
                 objectName: "addCallButton"
+                toolTip: qsTr("Add call") + " (" + addCallKey.nativeText + ")"
                 enabled: screen.connected && !screen.hasHeld
                 title: qsTr("Add")
                 systemImage: "plus"
@@ -210,6 +261,7 @@ FocusScope {
         }
         CallButton {
             objectName: "endButton"
+            toolTip: qsTr("End") + " (" + endKey.nativeText + ")"
             visible: !screen.incoming && !screen.sheetOpen
             Layout.alignment: Qt.AlignHCenter
             Layout.topMargin: 18

@@ -43,6 +43,7 @@ Item {
                     id: row
                     Accessible.onPressAction: clicked()
                     required property var modelData
+                    required property int index
                     objectName: "section_" + modelData.id
                     Layout.fillWidth: true
                     highlighted: root.shell.section === modelData.id
@@ -52,6 +53,15 @@ Item {
                                      ? modelData.label + ", " + modelData.badge
                                      : modelData.label
                     onClicked: root.shell.section = modelData.id
+                    // Ctrl+1 and on, in the sidebar's order.
+                    Shortcut {
+                        id: sectionKey
+                        sequence: "Ctrl+" + (row.index + 1)
+                        onActivated: root.shell.section = row.modelData.id
+                    }
+                    ToolTip.visible: hovered
+                    ToolTip.delay: 600
+                    ToolTip.text: row.modelData.label + " (" + sectionKey.nativeText + ")"
 
                     background: Rectangle {
                         radius: 6
@@ -118,6 +128,14 @@ Item {
                 icon.height: 16
                 Accessible.name: text
                 onClicked: root.shell.openSettings()
+                ToolTip.visible: hovered
+                ToolTip.delay: 600
+                ToolTip.text: text + " (" + settingsKey.nativeText + ")"
+                Shortcut {
+                    id: settingsKey
+                    sequence: "Ctrl+,"
+                    onActivated: root.shell.openSettings()
+                }
             }
         }
     }

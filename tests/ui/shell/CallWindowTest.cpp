@@ -234,6 +234,37 @@ TEST_F(CallWindowTest, TheKeypadInTheDark) {
     EXPECT_EQ(text("dialedDigits"), "7");
 }
 
+TEST_F(CallWindowTest, ACallIsAnsweredMutedHeldAndEndedFromTheKeyboardAlone) {
+    show();
+    auto call = incoming();
+    QTest::keySequence(window(), QKeySequence("Ctrl+Shift+A"));
+    EXPECT_EQ(call->answers, 1);
+    app.phone().callStateChanged("in-1", CallState::connected());
+    QTest::keySequence(window(), QKeySequence("Ctrl+Shift+M"));
+    EXPECT_TRUE(app.phone().activeCall()->muted);
+    QTest::keySequence(window(), QKeySequence("Ctrl+Shift+K"));
+    EXPECT_TRUE(shows("inCallKeypad"));
+    QTest::keySequence(window(), QKeySequence("Ctrl+Shift+H"));
+    EXPECT_EQ(call->holds, std::vector<bool>({true}));
+    QTest::keySequence(window(), QKeySequence("Ctrl+Shift+E"));
+    EXPECT_EQ(call->hangups, 1);
+    EXPECT_EQ(app.callWindow(), nullptr);
+}
+
+TEST_F(CallWindowTest, EachButtonsToolTipNamesItsKeys) {
+    show();
+    incoming();
+    EXPECT_EQ(item("answerButton")->property("toolTip").toString(), "Answer (Ctrl+Shift+A)");
+    EXPECT_EQ(item("declineButton")->property("toolTip").toString(), "Decline (Ctrl+Shift+E)");
+    app.phone().callStateChanged("in-1", CallState::connected());
+    EXPECT_EQ(item("muteButton")->property("toolTip").toString(), "Mute (Ctrl+Shift+M)");
+    EXPECT_EQ(item("keypadButton")->property("toolTip").toString(), "Keypad (Ctrl+Shift+K)");
+    EXPECT_EQ(item("holdButton")->property("toolTip").toString(), "Hold (Ctrl+Shift+H)");
+    EXPECT_EQ(item("transferButton")->property("toolTip").toString(), "Transfer (Ctrl+Shift+T)");
+    EXPECT_EQ(item("addCallButton")->property("toolTip").toString(), "Add call (Ctrl+Shift+N)");
+    EXPECT_EQ(item("endButton")->property("toolTip").toString(), "End (Ctrl+Shift+E)");
+}
+
 TEST_F(CallWindowTest, EndHangsUpAndTheWindowGoes) {
     show();
     auto call = connected();

@@ -1,5 +1,8 @@
 #include "ScreenHost.h"
 
+#include <QQmlContext>
+#include <QQmlProperty>
+
 #include "EventLoopWait.h"
 #include "core/Core.h"
 
@@ -81,6 +84,20 @@ TEST_F(Root, ChoosingARowShowsItsSectionAndKeepsItForTheNextStart) {
     host(rootView);
     EXPECT_EQ(highlightedRows(), QStringList({"voicemail"}));
     EXPECT_NE(item("voicemailView"), nullptr);
+}
+
+TEST_F(Root, CtrlAndANumberChoosesTheSectionInTheSidebarsOrderAndTheToolTipSaysSo) {
+    host(rootView);
+    QTest::keySequence(window.get(), QKeySequence("Ctrl+2"));
+    EXPECT_EQ(app().shellState().section(), "directory");
+    QTest::keySequence(window.get(), QKeySequence("Ctrl+4"));
+    EXPECT_EQ(app().shellState().section(), "voicemail");
+    QTest::keySequence(window.get(), QKeySequence("Ctrl+1"));
+    EXPECT_EQ(app().shellState().section(), "recents");
+    QQuickItem* keypad = item("section_keypad");
+    ASSERT_NE(keypad, nullptr);
+    EXPECT_EQ(QQmlProperty(keypad, "ToolTip.text", qmlContext(keypad)).read().toString(),
+              "Keypad (Ctrl+3)");
 }
 
 TEST_F(Root, EachSectionIsDrawnInLightAndDark) {
