@@ -298,3 +298,6 @@ struct Message {
 template <typename T> T decode(const QByteArray& body) {
     return T::fromJson(wire::parse(body));
 }
+
+// The directory, the one large answer, is read without a document in between.
+template <> Directory decode<Directory>(const QByteArray& body);

@@ -1,6 +1,9 @@
 #include "api/Records.h"
+#include "api/DirectoryReader.h"
 
 #include <gtest/gtest.h>
+
+#include <functional>
 
 using wire::DecodeError;
 
@@ -184,6 +187,61 @@ TEST(DirectoryReader, OneBadEntryFailsTheWhole) {
     EXPECT_THROW(read<Directory>(
                      R"({"users":[{"id":"u1","name":"A","numbers":[1]}],"groups":[],"flows":[]})"),
                  DecodeError);
+}
+
+// The quick directory reader takes what the thorough one takes and fails as it fails.
+
+Directory thoroughly(const char* json) {
+    return Directory::fromJson(wire::parse(QByteArray(json)));
+}
+
+std::string failureOf(const std::function<void()>& reading) {
+    try {
+        reading();
+    } catch (const DecodeError& error) {
+        return error.what();
+    }
+    return "no failure";
+}
+
+TEST(DirectoryReader, ReadsWhatTheDocumentReaderReads) {
+    for (const char* json : {
+             R"({"users":[],"groups":[],"flows":[]})",
+             // Unknown keys at every level, nulls for what is optional, escapes and non-ASCII.
+             R"({"etag":1,"users":[{"id":"u1","name":"J\u00fcrgen \"J\" M\u00fcller","x":{"y":[1]},
+                 "email":null,"extension":"1\/2","numbers":null,"avatar":null}],
+                 "groups":[{"name":"Vertrieb","id":"g1","numbers":[]}],"flows":[{"id":"f","name":"日本"}]})",
+             R"({"users":[{"id":"u1","name":"A","avatar":{"url":"/a/u1","version":"v2","w":3}}],
+                 "groups":[],"flows":[]})",
+             // A repeated key: the last one counts.
+             R"({"users":[{"id":"u1","name":"First","name":"Last"}],"groups":[],"flows":[],
+                 "flows":[{"id":"f2","name":"F"}]})",
+         }) {
+        const auto quick = wire::readDirectoryQuickly(QByteArray(json));
+        ASSERT_TRUE(quick.has_value()) << json;
+        EXPECT_EQ(*quick, thoroughly(json)) << json;
+        EXPECT_EQ(read<Directory>(json), thoroughly(json)) << json;
+    }
+}
+
+TEST(DirectoryReader, FailsWithTheDocumentReadersWords) {
+    for (const char* json : {
+             R"([])",
+             R"({"users":[],"groups":[]})",
+             R"({"users":{},"groups":[],"flows":[]})",
+             R"({"users":[{"id":"u1","name":null}],"groups":[],"flows":[]})",
+             R"({"users":[{"id":7,"name":"A"}],"groups":[],"flows":[]})",
+             R"({"users":[{"id":"u1","name":"A","avatar":{"url":"/a"}}],"groups":[],"flows":[]})",
+             R"({"users":[{"id":"u1","name":"A","numbers":"+1"}],"groups":[],"flows":[]})",
+             R"({"users":[],"groups":[],"flows":[]} trailing)",
+             R"({"users":[],"groups":[],"flows":[)",
+             "{\"users\":[{\"id\":\"u1\",\"name\":\"\xff\"}],\"groups\":[],\"flows\":[]}",
+         }) {
+        const std::string quick = failureOf([&] { (void)read<Directory>(json); });
+        EXPECT_FALSE(wire::readDirectoryQuickly(QByteArray(json)).has_value()) << json;
+        EXPECT_NE(quick, "no failure") << json;
+        EXPECT_EQ(quick, failureOf([&] { (void)thoroughly(json); })) << json;
+    }
 }
 
 // Lists that come as bare arrays
