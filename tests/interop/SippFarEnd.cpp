@@ -146,7 +146,7 @@ SippFarEnd::~SippFarEnd() {
     m_process.stop();
 }
 
-void SippFarEnd::run(const QString& scenario, const QString& remote) {
+void SippFarEnd::run(const QString& scenario, std::uint16_t port, const QString& remote) {
     m_process.stop();
     const QString base = m_dir + "/sipp-" + QString::number(++m_runs);
     QFile file(base + ".xml");
@@ -161,7 +161,7 @@ void SippFarEnd::run(const QString& scenario, const QString& remote) {
                              "-i",
                              "127.0.0.1",
                              "-p",
-                             QString::number(m_port),
+                             QString::number(port),
                              "-mi",
                              "127.0.0.1",
                              "-mp",
@@ -186,7 +186,7 @@ void SippFarEnd::run(const QString& scenario, const QString& remote) {
 }
 
 void SippFarEnd::expectCall(bool transfer) {
-    run(transfer ? transferScenario(m_media) : holdScenario(m_media), {});
+    run(transfer ? transferScenario(m_media) : holdScenario(m_media), m_port, {});
     // A server scenario is ready when it listens.
     for (int tries = 0; tries < 100; ++tries) {
         QTcpSocket probe;
@@ -200,14 +200,16 @@ void SippFarEnd::expectCall(bool transfer) {
         }
         m_process.process().waitForFinished(20);
     }
-    fail("sipp did not listen on port " + std::to_string(m_port));
+    fail("sipp did not listen on port " + std::to_string(m_port) + ": " +
+         m_process.process().readAllStandardError().right(1500).toStdString());
 }
 
 void SippFarEnd::dial(const std::string& user) {
     if (user != "alice") {
         fail("the sipp caller's scenario calls alice");
     }
-    run(callScenario(m_media), QString::fromStdString(m_registrar));
+    // A port of its own: the far end's port may still hold the last call's connection.
+    run(callScenario(m_media), freeLoopbackPort(), QString::fromStdString(m_registrar));
 }
 
 void SippFarEnd::waitDtmf(char, std::chrono::milliseconds) {

@@ -41,7 +41,7 @@ public:
     double heardToneMarginDb(int, std::chrono::milliseconds) override;
 
 private:
-    void run(const QString& scenario, const QString& remote);
+    void run(const QString& scenario, std::uint16_t port, const QString& remote);
 
     QString m_dir;
     std::uint16_t m_port;
