@@ -41,7 +41,7 @@ CodecSetup setupOf(Codec codec) {
     case Codec::g722:
         return {"g722/16000/1", 16000, 1};
     case Codec::opus:
-        return {"opus", 48000, 2};
+        return {"opus/48000/2", 48000, 2};
     }
     return {"pcmu", 8000, 1};
 }

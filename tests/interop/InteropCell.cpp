@@ -103,7 +103,37 @@ std::unique_ptr<FarEnd> farEndOf(const Cell& cell, const QString& dir, const Kam
 struct Engine {
     std::shared_ptr<Events> events;
     std::shared_ptr<core::SipClient> client;
+    LogLines& log;
 };
+
+// The engine's name of a codec in its log.
+const char* loggedName(Codec codec) {
+    switch (codec) {
+    case Codec::pcmu:
+        return "PCMU";
+    case Codec::pcma:
+        return "PCMA";
+    case Codec::g722:
+        return "G722";
+    case Codec::opus:
+        return "opus";
+    }
+    return "?";
+}
+
+// The call sends with the cell's codec: the engine logs what it agreed on.
+void checkCodec(Engine& engine, const std::string& callId, Codec codec) {
+    const std::string prefix = "call " + callId + ": sending ";
+    if (!engine.log.waitFor(prefix, 5s)) {
+        throw std::runtime_error("the engine logged no codec for the call");
+    }
+    const std::string all = engine.log.all();
+    const auto at = all.rfind(prefix) + prefix.size();
+    const std::string used = all.substr(at, all.find(' ', at) - at);
+    if (used != loggedName(codec)) {
+        throw std::runtime_error("the call sent " + used + ", not " + loggedName(codec));
+    }
+}
 
 // The engine's call to the far end: tone both ways, digits, hold and resume.
 void placeCall(Engine& engine, FarEnd& farEnd, const CellOptions& options, CellResult& result) {
@@ -196,6 +226,7 @@ void takeCall(Engine& engine, FarEnd& farEnd, CellResult& result) {
         throw std::runtime_error("the call did not connect: " + core::toString(state));
     }
     farEnd.waitAnswered();
+    checkCodec(engine, call->sipCallId(), result.cell.codec);
     playFor(2500ms);
     const Check in = heardAtEngine(since(audio, 0), farEnd);
     call->hangup();
@@ -351,7 +382,8 @@ CellResult runCell(const Cell& cell, const CellOptions& options) {
     Kamailio kamailio(dir.path(), certs, {false, sippPort, false});
     auto farEnd = farEndOf(cell, dir.path(), kamailio, certs, sippPort);
 
-    Engine engine{std::make_shared<Events>(), nullptr};
+    LogLines log;
+    Engine engine{std::make_shared<Events>(), nullptr, log};
     engine.client = core::SipClient::init(accountOf(cell, kamailio, certs), engine.events);
     engine.client->start();
     const auto registration = engine.events->waitRegistered();
