@@ -34,6 +34,8 @@ public:
     virtual std::string cannotRecord() const { return {}; }
     virtual std::string cannotReportDtmf() const { return {}; }
     virtual std::string cannotTransfer() const { return {}; }
+    // It sends RTCP receiver reports of its own, from which the call's MOS is worked out.
+    virtual std::string cannotReport() const { return {}; }
 
     // The next call from the engine is answered. transfer: the engine will
     // refer the call elsewhere rather than hold it.

@@ -189,7 +189,7 @@ void placeCall(Engine& engine, FarEnd& farEnd, const CellOptions& options, CellR
         holdSeen = true;
     });
 
-    if (options.reportWait.count() > 0) {
+    if (options.reportWait.count() > 0 && farEnd.cannotReport().empty()) {
         // The far end reports on its own schedule; poll as the statistics panel does.
         const auto deadline = Clock::now() + options.reportWait;
         auto stats = call->stats();
@@ -199,7 +199,13 @@ void placeCall(Engine& engine, FarEnd& farEnd, const CellOptions& options, CellR
         }
         if (stats.remoteLoss && stats.roundTripMs) {
             result.farEndReport = stats;
+        } else {
+            result.reportMissing =
+                "no receiver report in " + std::to_string(options.reportWait.count() / 1000) + " s";
         }
+    } else {
+        result.reportMissing =
+            farEnd.cannotReport().empty() ? "not waited for" : farEnd.cannotReport();
     }
 
     call->hangup();

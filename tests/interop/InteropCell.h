@@ -61,6 +61,7 @@ struct CellResult {
     std::optional<double> setupMs; // placeCall to connected
     // The engine's figures once the far end's RTCP receiver report arrived.
     std::optional<core::CallStats> farEndReport;
+    std::string reportMissing; // why there is none, when none was asked for or came
 
     // Every check, named, in the matrix's order.
     std::vector<std::pair<std::string, Check>> checks() const;

@@ -27,6 +27,7 @@ public:
     }
     std::string cannotRecord() const override { return "sipp decodes no audio"; }
     std::string cannotReportDtmf() const override { return "sipp does not read RFC 4733 events"; }
+    std::string cannotReport() const override { return "sipp sends no RTCP reports of its own"; }
     std::string referredCaller() const override { return {}; }
 
     void expectCall(bool transfer) override;
