@@ -52,6 +52,10 @@ int CallSession::prepareMedia(const sa& localAddress, bool secure) {
                               tagOf(Codec::pcma), false, nullptr);
         err |= sdp_format_add(nullptr, m_media, false, "101", telev_rtpfmt, 8000, 1, nullptr,
                               nullptr, nullptr, false, "0-15");
+        // Keypad events go at the clock of the voice (RFC 4733): 48 kHz beside Opus, which
+        // some phones insist on when Opus is all they speak.
+        err |= sdp_format_add(nullptr, m_media, false, "102", telev_rtpfmt, 48000, 1, nullptr,
+                              nullptr, nullptr, false, "0-15");
         err |= sdp_media_set_lattr(m_media, true, "ptime", "20");
     }
     if (!err && secure) {
@@ -123,11 +127,24 @@ bool CallSession::applyRemoteDescription(const struct mbuf* body, bool offer) {
     MediaStream::Agreed agreed;
     agreed.sendCodec = *static_cast<const Codec*>(send->data);
     agreed.sendPt = send->pt;
-    const struct sdp_format* events = sdp_media_rformat(m_media, telev_rtpfmt);
-    agreed.eventPt = events ? events->pt : -1;
+    // Of the event formats agreed, the one at the voice's clock, else any.
+    const std::uint32_t voiceRate = rtpClockRate(agreed.sendCodec);
+    const struct list* formats = sdp_media_format_lst(m_media, false);
+    for (struct le* entry = list_head(formats); entry; entry = entry->next) {
+        const auto* fmt = static_cast<const struct sdp_format*>(entry->data);
+        if (!fmt->sup || !fmt->name || str_casecmp(fmt->name, telev_rtpfmt) != 0) {
+            continue;
+        }
+        if (agreed.eventPt < 0 || fmt->srate == voiceRate) {
+            agreed.eventPt = fmt->pt;
+            agreed.eventRate = fmt->srate;
+        }
+        if (fmt->srate == voiceRate) {
+            break;
+        }
+    }
     // Decoders for what was agreed: the remote payload types map to our codecs.
     agreed.receiveCodec.fill(-1);
-    const struct list* formats = sdp_media_format_lst(m_media, false);
     for (struct le* entry = list_head(formats); entry; entry = entry->next) {
         const auto* fmt = static_cast<const struct sdp_format*>(entry->data);
         if (fmt->sup && fmt->data && fmt->pt >= 0 && fmt->pt < 128) {

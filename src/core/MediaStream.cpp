@@ -120,6 +120,9 @@ void MediaStream::apply(const Agreed& agreed) {
         m_encoder = std::make_unique<AudioEncoder>(agreed.sendCodec);
     }
     m_eventPt = agreed.eventPt;
+    if (m_telev) {
+        telev_set_srate(m_telev, agreed.eventRate);
+    }
     m_receiveCodec = agreed.receiveCodec;
     m_remoteRtp = agreed.remote;
     if (!m_haveRemote) {

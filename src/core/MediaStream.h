@@ -33,6 +33,7 @@ public:
         int sendPt = -1;
         Codec sendCodec = Codec::pcmu;
         int eventPt = -1;
+        std::uint32_t eventRate = 8000;      // the clock of the keypad events
         std::array<int, 128> receiveCodec{}; // our codec for each payload type, -1 for none
         std::string remoteCrypto;            // the far end's a=crypto, empty when none
     };
