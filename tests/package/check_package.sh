@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # check_package.sh BUILD_DIR STEP: makes the .deb from the build with cpack
-# into a temporary folder and checks one thing about it (STEP):
+# into BUILD_DIR/package-check (STEP make), or checks one thing about the one
+# made there (STEP):
 #   contents   dpkg -c lists the binary, the headset check and its udev rule,
 #              the desktop file, the icon at every size of the icon theme and
 #              the scalable one, the metainfo, both launcher files and the
@@ -44,13 +45,17 @@ fail() {
     exit 1
 }
 
-# The package, made from this build as ./run package makes it.
-(cd "$build" && cpack -G DEB -B "$work/out" >"$work/cpack.log" 2>&1) || {
-    cat "$work/cpack.log"
-    fail "cpack did not make the package"
-}
-deb=$(find "$work/out" -maxdepth 1 -name 'velnor-rz_*.deb' | head -n 1)
-[ -n "$deb" ] || fail "no velnor-rz_*.deb in cpack's output: $(ls "$work/out")"
+out=$build/package-check
+if [ "$step" = make ]; then
+    # The package, made from this build as ./run package makes it.
+    rm -rf "$out"
+    (cd "$build" && cpack -G DEB -B "$out" >"$work/cpack.log" 2>&1) || {
+        cat "$work/cpack.log"
+        fail "cpack did not make the package"
+    }
+fi
+deb=$(find "$out" -maxdepth 1 -name 'velnor-rz_*.deb' | head -n 1)
+[ -n "$deb" ] || fail "no velnor-rz_*.deb in $out"
 echo "package: $(basename "$deb"), $(stat -c %s "$deb") bytes"
 
 sizes=(16 22 24 32 48 64 128 256 512)
@@ -106,12 +111,17 @@ depends() {
         qml6-module-qtquick-controls qml6-module-qtqml-workerscript libqt6svg6; do
         grep -q "\b$name" <<<"$depends" || fail "Depends lacks $name"
     done
-    # Each package named, first of each alternative, is one the archive has.
-    local names
-    names=$(tr ',' '\n' <<<"$depends" | sed 's/|.*//; s/(.*//; s/[[:space:]]//g' | grep -v '^$')
+    # Each package named, first of each alternative, is one the archive has
+    # (or one that packages of it provide, as qt6-websockets-abi).
+    local names known
+    names=$(tr ',' '\n' <<<"$depends" | sed 's/|.*//; s/(.*//; s/[[:space:]]//g' | grep -v '^$' |
+        sort -u)
+    # shellcheck disable=SC2086 # one name a word
+    known=$(apt-cache show --no-all-versions $names 2>/dev/null | sed -n 's/^Package: //p')
     for name in $names; do
-        [ -n "$(apt-cache show --no-all-versions "$name" 2>/dev/null)" ] ||
-            fail "Depends names $name, which no archive has"
+        grep -qxF "$name" <<<"$known" && continue
+        apt-cache showpkg "$name" 2>/dev/null | sed -n '/^Reverse Provides:/,$p' | sed 1d |
+            grep -q . || fail "Depends names $name, which no archive has"
     done
 }
 
@@ -179,9 +189,17 @@ installed() {
         cat "$work/app.log"
         fail "the installed app did not take net.velnor.rz on the session bus"
     }
-    local state
-    state=$(gdbus call --session --dest net.velnor.rz --object-path /net/velnor/rz \
-        --method org.freedesktop.DBus.Properties.Get net.velnor.rz.App State)
+    # It reads the Secret Service before it knows whether someone is signed
+    # in: a bounded wait for that answer.
+    local state tries=0
+    while :; do
+        state=$(gdbus call --session --dest net.velnor.rz --object-path /net/velnor/rz \
+            --method org.freedesktop.DBus.Properties.Get net.velnor.rz.App State)
+        [ "$state" != "(<'loading'>,)" ] && break
+        tries=$((tries + 1))
+        [ $tries -le 200 ] || break
+        sleep 0.1
+    done
     echo "State: $state"
     [ "$state" = "(<'signedOut'>,)" ] || fail "the installed app answers State $state"
     gdbus introspect --session --dest net.velnor.rz --object-path /net/velnor/rz/SearchProvider |
@@ -200,6 +218,7 @@ installed() {
 }
 
 case "$step" in
+    make) ;;
     contents) contents ;;
     depends) depends ;;
     lintian) run_lintian ;;
