@@ -2,6 +2,7 @@
 #include "shell/Application.h"
 #include "shell/Automation.h"
 #include "shell/SingleInstance.h"
+#include "shell/Translations.h"
 #include "shell/UnixSignals.h"
 // --- directory ---
 #include "shell/KRunnerPlugin.h"
@@ -34,6 +35,10 @@ int main(int argc, char** argv) {
                 qPrintable(instance.lockPath()));
         return 1;
     }
+
+    // The person's language before the first window or menu is made.
+    Translations translations;
+    translations.install();
 
     UnixSignals signals_;
     QObject::connect(&signals_, &UnixSignals::quitRequested, &app, [](int signal) {
