@@ -138,6 +138,24 @@ void apply(EContact* contact, const ContactStore::Fields& fields) {
     }
 }
 
+// GLib ends the whole process when its shared session-bus connection closes;
+// a book that goes away must only fail the export. The connection is kept for
+// the life of the process, because GLib makes it anew, ending the process on
+// close again, once its last reference goes.
+bool keepSessionBus(GError*& error) {
+    static std::mutex lock;
+    static GDBusConnection* kept = nullptr;
+    const std::lock_guard guard(lock);
+    if (!kept) {
+        kept = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, &error);
+        if (!kept) {
+            return false;
+        }
+        g_dbus_connection_set_exit_on_close(kept, FALSE);
+    }
+    return true;
+}
+
 GSList* listOf(const std::vector<EContact*>& contacts) {
     GSList* list = nullptr;
     for (auto it = contacts.rbegin(); it != contacts.rend(); ++it) {
@@ -194,14 +212,11 @@ bool EdsContactStore::open() {
         return m_book && m_book->client;
     }
     m_tried = true;
-    m_book = std::make_unique<Book>();
+    if (!m_book) {
+        m_book = std::make_unique<Book>();
+    }
     GError* error = nullptr;
-    // GLib ends the whole process when its shared session-bus connection
-    // closes; a book that goes away must only fail the export.
-    if (GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, &error)) {
-        g_dbus_connection_set_exit_on_close(bus, FALSE);
-        g_object_unref(bus);
-    } else {
+    if (!keepSessionBus(error)) {
         m_openFailure = takeError(error);
         return false;
     }
