@@ -52,6 +52,7 @@ Result run(ContactStore& store, const QList<ColleagueContacts::Colleague>& colle
             }
         }
     }
+    store.prefetch(oldMap.values());
     QSet<QString> present;
     for (const auto& colleague : colleagues) {
         present.insert(colleague.id);

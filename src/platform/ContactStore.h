@@ -61,6 +61,9 @@ public:
     // Makes a group at once, in a save of its own; none when that failed.
     virtual std::optional<Group> addGroup(const QString& name) = 0;
 
+    // Reads many contacts at once ahead of fetch(), where the book can; fetch()
+    // then answers from what was read.
+    virtual void prefetch(const QStringList& ids) { Q_UNUSED(ids); }
     // Reads a contact for the batch below: its fields, or none when the
     // contact is not in the book (the user deleted it) or cannot be read.
     virtual std::optional<Fields> fetch(const QString& id) = 0;
@@ -96,6 +99,7 @@ public:
     void requestAccess() override;
     std::optional<QList<Group>> groups() override;
     std::optional<Group> addGroup(const QString& name) override;
+    void prefetch(const QStringList& ids) override;
     std::optional<Fields> fetch(const QString& id) override;
     void update(const QString& id, const Fields& fields) override;
     int add(const Fields& fields, const std::optional<QString>& groupId) override;

@@ -7,6 +7,7 @@
 
 #include <QFile>
 #include <QHash>
+#include <QSet>
 #include <QUrl>
 
 #include <mutex>
@@ -174,6 +175,8 @@ struct EdsContactStore::Book {
     ESource* source = nullptr;
     EClient* client = nullptr;
     QHash<QString, EContact*> fetched;
+    // Looked for by prefetch(): one missing from `fetched` is not in the book.
+    QSet<QString> sought;
     std::vector<EContact*> modified;
     std::vector<EContact*> added;
     std::vector<QString> removed;
@@ -270,12 +273,57 @@ std::optional<ContactStore::Group> EdsContactStore::addGroup(const QString& name
     return Group{name, name};
 }
 
+void EdsContactStore::prefetch(const QStringList& ids) {
+    if (ids.isEmpty() || !open()) {
+        return;
+    }
+    // One query per few hundred contacts rather than a round trip each.
+    constexpr qsizetype perQuery = 250;
+    for (qsizetype from = 0; from < ids.size(); from += perQuery) {
+        const QStringList some = ids.mid(from, perQuery);
+        std::vector<EBookQuery*> tests;
+        for (const QString& id : some) {
+            tests.push_back(
+                e_book_query_field_test(E_CONTACT_UID, E_BOOK_QUERY_IS, id.toUtf8().constData()));
+        }
+        EBookQuery* query = e_book_query_or(int(tests.size()), tests.data(), TRUE);
+        char* sexp = e_book_query_to_string(query);
+        e_book_query_unref(query);
+        GSList* contacts = nullptr;
+        GError* error = nullptr;
+        const bool read =
+            e_book_client_get_contacts_sync(m_book->book(), sexp, &contacts, nullptr, &error);
+        g_free(sexp);
+        if (!read) {
+            // fetch() asks for each of these alone.
+            g_clear_error(&error);
+            continue;
+        }
+        for (GSList* item = contacts; item; item = item->next) {
+            auto* contact = E_CONTACT(item->data);
+            const QString id = text(contact, E_CONTACT_UID);
+            if (m_book->fetched.contains(id)) {
+                g_object_unref(contact);
+            } else {
+                m_book->fetched.insert(id, contact);
+            }
+        }
+        g_slist_free(contacts);
+        for (const QString& id : some) {
+            m_book->sought.insert(id);
+        }
+    }
+}
+
 std::optional<ContactStore::Fields> EdsContactStore::fetch(const QString& id) {
     if (!open()) {
         return std::nullopt;
     }
     if (const auto known = m_book->fetched.constFind(id); known != m_book->fetched.cend()) {
         return fieldsOf(*known);
+    }
+    if (m_book->sought.contains(id)) {
+        return std::nullopt;
     }
     EContact* contact = nullptr;
     GError* error = nullptr;
