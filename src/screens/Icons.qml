@@ -43,6 +43,7 @@ QtObject {
         "arrow.left.arrow.right": "arrow-left-right",
         "arrow.triangle.merge": "merge",
         "person.badge.plus": "user-plus",
+        "person.crop.circle.badge.plus": "user-plus",
         "chart.bar.xaxis": "chart-bar",
         // --- voicemail, forwarding, do not disturb ---
         "envelope.badge": "mail",

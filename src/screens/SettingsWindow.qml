@@ -10,6 +10,8 @@ ApplicationWindow {
     required property QtObject session
     required property QtObject phone
     required property QtObject shell
+    // ColleagueContacts; the row is left out where none is given.
+    property QtObject colleagues: null
 
     title: qsTr("Settings")
     width: 520
@@ -95,6 +97,24 @@ ApplicationWindow {
         }
         Rectangle { Layout.fillWidth: true; height: 1; color: Theme.separator }
         // --- end of do not disturb and forwarding ---
+
+        // --- colleagues in contacts ---
+        Loader {
+            objectName: "colleaguesRow"
+            Layout.fillWidth: true
+            active: window.colleagues !== null
+            visible: active
+            sourceComponent: ColleaguesToggle {
+                colleagues: window.colleagues
+            }
+        }
+        Rectangle {
+            Layout.fillWidth: true
+            height: 1
+            color: Theme.separator
+            visible: window.colleagues !== null
+        }
+        // --- end of colleagues in contacts ---
 
         Switch {
             id: keep

@@ -123,12 +123,42 @@ void Application::init(SettingsStore& settings, SecureStore& secrets) {
     initHeadsets();
     initGlobalShortcuts();
     initMissedCalls();
+    initColleagues();
     connect(&m_appearance, &Appearance::darkChanged, this, [this] {
         if (QObject* p = palette()) {
             p->setProperty("dark", m_appearance.dark());
         }
     });
 }
+
+// --- colleagues in contacts ---
+void Application::initColleagues() {
+    m_colleagues = std::make_unique<ColleagueContacts>(
+        *m_settings, [] { return std::make_unique<EdsContactStore>(); });
+    Session* session = m_session.get();
+    // What the export takes: the directory's users, the user's own id, and the
+    // session's pictures with their caches.
+    m_colleagues->source = [session] {
+        ColleagueContacts::Source source;
+        if (session->directory()) {
+            source.users = session->directory()->users;
+        }
+        if (session->me()) {
+            source.ownId = session->me()->id;
+        }
+        source.loadImage = [session](AvatarRef ref) { return session->avatarData(ref); };
+        return source;
+    };
+    // Every directory that arrives, the first after a launch too, brings the
+    // address book up to date; an unchanged directory arrives as nothing.
+    connect(session, &Session::directoryChanged, this, [this, session] {
+        if (session->directory()) {
+            const auto source = m_colleagues->source();
+            m_colleagues->sync(source.users, source.ownId, source.loadImage);
+        }
+    });
+}
+// --- end of colleagues in contacts ---
 
 void Application::activeSipCallIdChanged(const std::optional<QString>& sipCallId) {
     m_session->live().follow(sipCallId);
@@ -254,7 +284,8 @@ void Application::openSettings() {
         std::unique_ptr<QObject> made(component.createWithInitialProperties(
             {{QStringLiteral("session"), QVariant::fromValue<QObject*>(m_session.get())},
              {QStringLiteral("phone"), QVariant::fromValue<QObject*>(m_phone.get())},
-             {QStringLiteral("shell"), QVariant::fromValue<QObject*>(m_shellState.get())}}));
+             {QStringLiteral("shell"), QVariant::fromValue<QObject*>(m_shellState.get())},
+             {QStringLiteral("colleagues"), QVariant::fromValue<QObject*>(m_colleagues.get())}}));
         if (!qobject_cast<QQuickWindow*>(made.get())) {
             Log::error(Log::app, QStringLiteral("The settings window did not load: %1")
                                      .arg(component.errorString()));

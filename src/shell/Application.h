@@ -1,5 +1,6 @@
 #pragma once
 
+#include "contacts/ColleagueContacts.h"
 #include "contacts/PhoneContacts.h"
 #include "history/MissedCallWatch.h"
 #include "platform/SecureStore.h"
@@ -45,6 +46,9 @@ public:
     Session& session() { return *m_session; }
     Phone& phone() { return *m_phone; }
     PhoneContacts& contacts() { return *m_contacts; }
+    // --- colleagues in contacts ---
+    ColleagueContacts& colleagues() { return *m_colleagues; }
+    // --- end of colleagues in contacts ---
 
     // Loads the main window; false (and a log line) when QML failed to load.
     bool showMainWindow();
@@ -114,6 +118,9 @@ private:
     // --- call history ---
     void initMissedCalls();
     // --- end of call history ---
+    // --- colleagues in contacts ---
+    void initColleagues();
+    // --- end of colleagues in contacts ---
     QCoro::Task<> run();
 
     std::unique_ptr<SettingsStore> m_ownSettings;
@@ -123,6 +130,9 @@ private:
     std::unique_ptr<Phone> m_phone;
     std::unique_ptr<Session> m_session;
     std::unique_ptr<PhoneContacts> m_contacts;
+    // --- colleagues in contacts ---
+    std::unique_ptr<ColleagueContacts> m_colleagues;
+    // --- end of colleagues in contacts ---
     // --- call windows ---
     std::unique_ptr<DesktopNotifications> m_notifications;
     std::unique_ptr<CanberraRinger> m_ringer;

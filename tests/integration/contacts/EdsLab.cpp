@@ -4,6 +4,8 @@
 
 #include "EdsLab.h"
 
+#include <QProcess>
+
 #include <stdexcept>
 
 namespace {
@@ -17,14 +19,99 @@ QProcessEnvironment edsEnvironment(PrivateBus& bus) {
 
 } // namespace
 
-EdsLab::EdsLab(PrivateBus& bus) {
-    m_registry.start("/usr/libexec/evolution-source-registry", {}, edsEnvironment(bus));
+namespace {
+
+// The system address book, connected for one change; closed when it goes.
+class Book {
+public:
+    Book() {
+        GError* error = nullptr;
+        // GLib would end this process when the bus it shares goes away with the test.
+        if (GDBusConnection* connection = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, &error)) {
+            g_dbus_connection_set_exit_on_close(connection, FALSE);
+            g_object_unref(connection);
+        } else {
+            throw std::runtime_error(std::string("session bus: ") + error->message);
+        }
+        m_registry = e_source_registry_new_sync(nullptr, &error);
+        if (!m_registry) {
+            throw std::runtime_error(std::string("EDS registry: ") + error->message);
+        }
+        m_source = e_source_registry_ref_builtin_address_book(m_registry);
+        m_client = e_book_client_connect_sync(m_source, guint32(-1), nullptr, &error);
+        if (!m_client) {
+            throw std::runtime_error(std::string("EDS book: ") + error->message);
+        }
+    }
+    ~Book() {
+        g_object_unref(m_client);
+        g_object_unref(m_source);
+        g_object_unref(m_registry);
+    }
+    Book(const Book&) = delete;
+    Book& operator=(const Book&) = delete;
+
+    EBookClient* client() const { return E_BOOK_CLIENT(m_client); }
+
+private:
+    ESourceRegistry* m_registry = nullptr;
+    ESource* m_source = nullptr;
+    EClient* m_client = nullptr;
+};
+
+} // namespace
+
+EdsLab::EdsLab(PrivateBus& bus) : m_environment(edsEnvironment(bus)) {
+    m_registry.start("/usr/libexec/evolution-source-registry", {}, m_environment);
     bus.waitForName("org.gnome.evolution.dataserver.Sources5");
-    m_books.start("/usr/libexec/evolution-addressbook-factory", {}, edsEnvironment(bus));
+    m_books.start("/usr/libexec/evolution-addressbook-factory", {}, m_environment);
     bus.waitForName("org.gnome.evolution.dataserver.AddressBook10");
 }
 
-void EdsLab::add(const QList<Card>& cards) {
+void EdsLab::setNote(const QString& id, const QString& note) {
+    Book book;
+    GError* error = nullptr;
+    EContact* contact = nullptr;
+    if (!e_book_client_get_contact_sync(book.client(), id.toUtf8().constData(), &contact, nullptr,
+                                        &error)) {
+        throw std::runtime_error(std::string("EDS get: ") + error->message);
+    }
+    e_contact_set(contact, E_CONTACT_NOTE, note.toUtf8().constData());
+    const bool done = e_book_client_modify_contact_sync(
+        book.client(), contact, E_BOOK_OPERATION_FLAG_NONE, nullptr, &error);
+    g_object_unref(contact);
+    if (!done) {
+        throw std::runtime_error(std::string("EDS modify: ") + error->message);
+    }
+}
+
+void EdsLab::remove(const QString& id) {
+    Book book;
+    GError* error = nullptr;
+    if (!e_book_client_remove_contact_by_uid_sync(book.client(), id.toUtf8().constData(),
+                                                  E_BOOK_OPERATION_FLAG_NONE, nullptr, &error)) {
+        throw std::runtime_error(std::string("EDS remove: ") + error->message);
+    }
+}
+
+QByteArray EdsLab::readVCards() {
+    QProcess tool;
+    tool.setProcessEnvironment(m_environment);
+    // Debian's python3 with its GObject modules, not a python3 earlier on the PATH.
+    tool.start("/usr/bin/python3", {VELNOR_EDS_LIST_SCRIPT});
+    if (!tool.waitForFinished(20000)) {
+        tool.kill();
+        tool.waitForFinished();
+        throw std::runtime_error("list_contacts.py did not finish within 20 s");
+    }
+    if (tool.exitStatus() != QProcess::NormalExit || tool.exitCode() != 0) {
+        throw std::runtime_error("list_contacts.py failed: " +
+                                 tool.readAllStandardError().toStdString());
+    }
+    return tool.readAllStandardOutput();
+}
+
+QStringList EdsLab::add(const QList<Card>& cards) {
     GError* error = nullptr;
     // GLib would end this process when the bus it shares goes away with the test.
     if (GDBusConnection* connection = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, &error)) {
@@ -59,8 +146,9 @@ void EdsLab::add(const QList<Card>& cards) {
         g_list_free_full(numbers, g_free);
         contacts = g_slist_append(contacts, contact);
     }
+    GSList* uids = nullptr;
     const bool added = e_book_client_add_contacts_sync(
-        E_BOOK_CLIENT(client), contacts, E_BOOK_OPERATION_FLAG_NONE, nullptr, nullptr, &error);
+        E_BOOK_CLIENT(client), contacts, E_BOOK_OPERATION_FLAG_NONE, &uids, nullptr, &error);
     g_slist_free_full(contacts, g_object_unref);
     g_object_unref(client);
     g_object_unref(source);
@@ -68,4 +156,10 @@ void EdsLab::add(const QList<Card>& cards) {
     if (!added) {
         throw std::runtime_error(std::string("EDS add: ") + error->message);
     }
+    QStringList ids;
+    for (GSList* item = uids; item; item = item->next) {
+        ids.append(QString::fromUtf8(static_cast<const char*>(item->data)));
+    }
+    g_slist_free_full(uids, g_free);
+    return ids;
 }

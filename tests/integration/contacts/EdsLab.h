@@ -19,10 +19,19 @@ public:
         QString givenName;
         QStringList numbers;
     };
-    // Adds the contacts to the system address book in one batch.
-    void add(const QList<Card>& cards);
+    // Adds the contacts to the system address book in one batch; gives their identifiers.
+    QStringList add(const QList<Card>& cards);
+
+    // What the user does in a contacts app: a note on a contact, a contact deleted.
+    void setNote(const QString& id, const QString& note);
+    void remove(const QString& id);
+
+    // The whole system address book as vCards, read in a process of its own
+    // through EDS's client library from Python (list_contacts.py).
+    QByteArray readVCards();
 
 private:
+    QProcessEnvironment m_environment;
     ChildProcess m_registry;
     ChildProcess m_books;
 };
