@@ -14,6 +14,7 @@ Column {
     required property bool talking
     required property string avatar
     required property bool manageable
+    required property string avatarName
     property QtObject conference: null
     property QtObject shell: null
     property real size: 60
@@ -33,7 +34,7 @@ Column {
         Avatar {
             anchors.fill: parent
             size: tile.size
-            name: tile.name
+            name: tile.avatarName
             image: tile.avatar
             shell: tile.shell
         }

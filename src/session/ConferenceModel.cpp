@@ -45,7 +45,8 @@ QHash<int, QByteArray> ConferenceModel::roleNames() const {
             {MutedRole, "muted"},
             {TalkingRole, "talking"},
             {AvatarRole, "avatar"},
-            {ManageableRole, "manageable"}};
+            {ManageableRole, "manageable"},
+            {AvatarNameRole, "avatarName"}};
 }
 
 QVariant ConferenceModel::data(const QModelIndex& index, int role) const {
@@ -69,6 +70,8 @@ QVariant ConferenceModel::data(const QModelIndex& index, int role) const {
         return avatarOf(participant);
     case ManageableRole:
         return isHost() && !mine;
+    case AvatarNameRole:
+        return tileName(participant, false);
     default:
         return {};
     }

@@ -36,6 +36,8 @@ public:
         AvatarRole,
         // The host may mute and remove this participant here.
         ManageableRole,
+        // Whose monogram the picture shows: the party's name or number, also on the user's tile.
+        AvatarNameRole,
     };
 
     explicit ConferenceModel(Session& session, QObject* parent = nullptr);

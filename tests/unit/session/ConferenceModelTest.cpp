@@ -123,6 +123,7 @@ TEST_F(ConferenceModelTest, TheHostMayManageEveryoneButThemselves) {
     ASSERT_EQ(model.rowCount(), 3);
     EXPECT_TRUE(model.isHost());
     EXPECT_EQ(role(0, ConferenceModel::NameRole), "You");
+    EXPECT_EQ(role(0, ConferenceModel::AvatarNameRole), "n-me");
     EXPECT_TRUE(flag(0, ConferenceModel::IsMeRole));
     EXPECT_FALSE(flag(0, ConferenceModel::ManageableRole));
     // A participant without a user id counts as another's.
@@ -199,6 +200,9 @@ TEST_F(ConferenceModelTest, AColleaguesPictureComesFromTheDirectoryByUserId) {
                anna());
     EXPECT_EQ(role(0, ConferenceModel::AvatarRole), "image://avatars/emma");
     EXPECT_EQ(role(1, ConferenceModel::AvatarRole), "");
+    // The monogram is the party's, also where the tile reads "You".
+    EXPECT_EQ(role(0, ConferenceModel::AvatarNameRole), "Emma");
+    EXPECT_EQ(role(1, ConferenceModel::AvatarNameRole), "n-ext");
 }
 
 TEST_F(ConferenceModelTest, ActionsWithoutAConferenceAskNothingAndFailNothing) {
