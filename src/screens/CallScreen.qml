@@ -13,6 +13,7 @@ FocusScope {
     required property QtObject phone
     required property QtObject windows
     property QtObject session: null
+    property QtObject shell: null
 
     readonly property var call: phone.activeCall
     readonly property bool incoming: call.status === "incoming"
@@ -27,7 +28,13 @@ FocusScope {
     readonly property bool hasHeld: held.uuid !== undefined
     readonly property bool connected: call.status === "connected"
     readonly property QtObject stats: session ? session.callStatistics : null
-    readonly property bool sheetOpen: showTransfer || showAddCall
+    // --- conference ---
+    readonly property QtObject conference: shell ? shell.conference : null
+    readonly property bool inConference: conference !== null && conference.active
+    // The host's "Add" brings someone into the conference rather than calling beside it.
+    readonly property bool addsParticipant: inConference && conference.isHost
+    property bool showAddParticipant: false
+    readonly property bool sheetOpen: showTransfer || showAddCall || showAddParticipant
 
     implicitWidth: 320
     implicitHeight: column.implicitHeight + 40
@@ -72,8 +79,13 @@ FocusScope {
     Shortcut {
         id: addCallKey
         sequence: "Ctrl+Shift+N"
-        enabled: screen.connected && !screen.hasHeld && !screen.sheetOpen
-        onActivated: screen.showAddCall = true
+        enabled: screen.connected && (screen.addsParticipant || !screen.hasHeld) && !screen.sheetOpen
+        onActivated: {
+            if (screen.addsParticipant)
+                screen.showAddParticipant = true
+            else
+                screen.showAddCall = true
+        }
     }
 
     ColumnLayout {
@@ -155,13 +167,28 @@ FocusScope {
             stats: screen.stats ? screen.stats : emptyStats
         }
 
+        // Made only while the call is in a conference.
+        Loader {
+            active: screen.inConference && !screen.incoming
+            visible: active
+            Layout.fillWidth: true
+            Layout.topMargin: 12
+            sourceComponent: ConferenceView {
+                objectName: "conferenceView"
+                conference: screen.conference
+                shell: screen.shell
+                onAddRequested: screen.showAddParticipant = true
+            }
+        }
+
         TransferSheet {
             objectName: "transferSheet"
             visible: screen.sheetOpen
             Layout.fillWidth: true
             Layout.topMargin: 12
             session: screen.session
-            purpose: screen.showAddCall ? "addCall" : "transfer"
+            purpose: screen.showAddParticipant ? "addParticipant"
+                   : screen.showAddCall ? "addCall" : "transfer"
             onVisibleChanged: {
                 query = ""
                 showKeypad = false
@@ -170,12 +197,17 @@ FocusScope {
             onCancelled: {
                 screen.showTransfer = false
                 screen.showAddCall = false
+                screen.showAddParticipant = false
             }
             onChosen: number => {
                 const adding = screen.showAddCall
+                const joining = screen.showAddParticipant
                 screen.showTransfer = false
                 screen.showAddCall = false
-                if (adding)
+                screen.showAddParticipant = false
+                if (joining)
+                    screen.conference.add(number)
+                else if (adding)
                     screen.phone.dial(number)
                 else
                     screen.phone.transfer(number)
@@ -251,12 +283,17 @@ FocusScope {
             }
             CallButton {
                 objectName: "addCallButton"
-                toolTip: qsTr("Add call") + " (" + addCallKey.nativeText + ")"
-                enabled: screen.connected && !screen.hasHeld
+                toolTip: (screen.addsParticipant ? qsTr("Add participant") : qsTr("Add call")) + " (" + addCallKey.nativeText + ")"
+                enabled: screen.connected && (screen.addsParticipant || !screen.hasHeld)
                 title: qsTr("Add")
-                systemImage: "plus"
-                accessibleName: qsTr("Add call")
-                onClicked: screen.showAddCall = true
+                systemImage: screen.addsParticipant ? "person.badge.plus" : "plus"
+                accessibleName: screen.addsParticipant ? qsTr("Add participant") : qsTr("Add call")
+                onClicked: {
+                    if (screen.addsParticipant)
+                        screen.showAddParticipant = true
+                    else
+                        screen.showAddCall = true
+                }
             }
         }
         CallButton {

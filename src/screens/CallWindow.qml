@@ -10,6 +10,8 @@ ApplicationWindow {
     required property QtObject phone
     required property QtObject windows
     property QtObject session: null
+    // The shell's state: the conference of the call in front.
+    property QtObject shell: null
 
     readonly property bool miniBar: windows.miniBar
     readonly property bool hasCall: phone.hasActiveCall
@@ -85,6 +87,7 @@ ApplicationWindow {
             phone: window.phone
             windows: window.windows
             session: window.session
+            shell: window.shell
         }
     }
 

@@ -49,7 +49,16 @@ QtObject {
         "envelope.badge": "mail",
         "envelope.open": "mail-open",
         "trash": "trash-2",
-        "moon.fill": "moon"
+        "moon.fill": "moon",
+        // --- queues and conference ---
+        "person.3.fill": "users-round",
+        "pause.circle.fill": "circle-pause",
+        "checkmark.circle.fill": "circle-check",
+        "lock": "lock",
+        "lock.fill": "lock",
+        "lock.open": "lock-open",
+        "ellipsis.circle": "circle-ellipsis",
+        "person.fill.xmark": "user-x"
     })
 
     function of(name) {

@@ -208,11 +208,10 @@ Item {
     }
     Component {
         id: queues
-        SectionEmptyState {
-            objectName: "queuesEmpty"
-            title: qsTr("No queues")
-            systemImage: "person.3.sequence"
-            description: qsTr("Queues you are an agent of appear here.")
+        QueuesView {
+            objectName: "queuesView"
+            session: root.session
+            shell: root.shell
         }
     }
 }

@@ -425,7 +425,8 @@ void Application::openCallWindow() {
         QObject* made = component.createWithInitialProperties(
             {{QStringLiteral("phone"), QVariant::fromValue<QObject*>(m_phone.get())},
              {QStringLiteral("session"), QVariant::fromValue<QObject*>(m_session.get())},
-             {QStringLiteral("windows"), QVariant::fromValue<QObject*>(m_callWindows.get())}});
+             {QStringLiteral("windows"), QVariant::fromValue<QObject*>(m_callWindows.get())},
+             {QStringLiteral("shell"), QVariant::fromValue<QObject*>(m_shellState.get())}});
         m_callWindow.reset(qobject_cast<QQuickWindow*>(made));
         if (!m_callWindow) {
             delete made;

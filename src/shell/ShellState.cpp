@@ -62,6 +62,9 @@ ShellState::ShellState(SettingsStore& settings, Phone& phone, Session& session, 
             &ShellState::recentChanged);
     // The names are known once the model is wired.
     m_recentsModel->rebuild();
+    // --- queues and conference ---
+    m_queuesModel = std::make_unique<QueuesModel>(session);
+    m_conferenceModel = std::make_unique<ConferenceModel>(session);
 }
 
 bool ShellState::isSection(const QString& name) {

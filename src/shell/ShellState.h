@@ -2,6 +2,8 @@
 
 #include "history/RecentsModel.h"
 #include "platform/SettingsStore.h"
+#include "session/ConferenceModel.h"
+#include "session/QueuesModel.h"
 #include "session/Session.h"
 #include "shell/VoicemailPlayer.h"
 
@@ -42,6 +44,9 @@ class ShellState : public QObject {
     // --- end of forwarding editor ---
     // --- call history ---
     Q_PROPERTY(RecentsModel* recents READ recentsModel CONSTANT)
+    // --- queues and conference ---
+    Q_PROPERTY(QueuesModel* queues READ queuesModel CONSTANT)
+    Q_PROPERTY(ConferenceModel* conference READ conferenceModel CONSTANT)
 public:
     static constexpr char sectionKey[] = "section";
     // True when absent: closing the window leaves the app running for calls.
@@ -76,6 +81,11 @@ public:
     // --- call history ---
     // The recents screen's rows, and the missed calls not yet looked at.
     RecentsModel* recentsModel() const { return m_recentsModel.get(); }
+
+    // --- queues and conference ---
+    // The queues screen's cards and the conference of the call in front.
+    QueuesModel* queuesModel() const { return m_queuesModel.get(); }
+    ConferenceModel* conferenceModel() const { return m_conferenceModel.get(); }
 
     // --- server actions: the sidebar's badges and its queues row ---
     bool hasQueues() const { return !m_session.queues().isEmpty(); }
@@ -148,4 +158,7 @@ private:
     // --- end of voicemail ---
     // --- call history ---
     std::unique_ptr<RecentsModel> m_recentsModel;
+    // --- queues and conference ---
+    std::unique_ptr<QueuesModel> m_queuesModel;
+    std::unique_ptr<ConferenceModel> m_conferenceModel;
 };
