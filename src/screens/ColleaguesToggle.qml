@@ -37,6 +37,7 @@ ColumnLayout {
             }
         }
         Switch {
+            Accessible.onPressAction: { toggle(); toggled() }
             objectName: "colleaguesSwitch"
             checked: row.colleagues.enabled
             palette.base: Theme.fieldBackground

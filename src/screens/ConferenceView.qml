@@ -49,6 +49,7 @@ ColumnLayout {
         Item { Layout.fillWidth: true }
         ToolButton {
             id: optionsButton
+            Accessible.onPressAction: clicked()
             objectName: "conferenceOptions"
             visible: view.conference.isHost
             Layout.rightMargin: 8
@@ -66,12 +67,14 @@ ColumnLayout {
                 objectName: "conferenceMenu"
                 y: optionsButton.height
                 MenuItem {
+                    Accessible.onPressAction: { triggered(); if (menu) menu.close() }
                     objectName: "lockItem"
                     text: view.conference.locked ? qsTr("Unlock") : qsTr("Lock")
                     icon.source: Icons.of(view.conference.locked ? "lock.open" : "lock")
                     onTriggered: view.conference.setLocked(!view.conference.locked)
                 }
                 MenuItem {
+                    Accessible.onPressAction: { triggered(); if (menu) menu.close() }
                     objectName: "addParticipantItem"
                     text: qsTr("Add participant")
                     icon.source: Icons.of("person.badge.plus")
@@ -79,6 +82,7 @@ ColumnLayout {
                 }
                 MenuSeparator {}
                 MenuItem {
+                    Accessible.onPressAction: { triggered(); if (menu) menu.close() }
                     objectName: "endItem"
                     text: qsTr("End for everyone")
                     icon.source: Icons.of("phone.down.fill")

@@ -77,12 +77,14 @@ Column {
             id: tileMenu
             objectName: "participantMenu"
             MenuItem {
+                Accessible.onPressAction: { triggered(); if (menu) menu.close() }
                 objectName: "muteItem"
                 text: tile.muted ? qsTr("Unmute") : qsTr("Mute")
                 icon.source: Icons.of(tile.muted ? "mic.fill" : "mic.slash.fill")
                 onTriggered: tile.conference.setMuted(tile.participantId, !tile.muted)
             }
             MenuItem {
+                Accessible.onPressAction: { triggered(); if (menu) menu.close() }
                 objectName: "removeItem"
                 text: qsTr("Remove from conference")
                 icon.source: Icons.of("person.fill.xmark")

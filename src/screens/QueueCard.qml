@@ -63,6 +63,7 @@ Rectangle {
             }
             Switch {
                 id: loggedInSwitch
+                Accessible.onPressAction: { toggle(); toggled() }
                 objectName: "loggedInSwitch"
                 checked: card.loggedIn
                 palette.highlight: Theme.positive
@@ -94,6 +95,7 @@ Rectangle {
             }
             Item { Layout.fillWidth: true }
             Button {
+                Accessible.onPressAction: clicked()
                 objectName: "pauseButton"
                 text: card.paused ? qsTr("Resume") : qsTr("Pause")
                 icon.source: Icons.of(card.paused ? "play.fill" : "pause.fill")
