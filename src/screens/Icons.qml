@@ -48,7 +48,11 @@ QtObject {
         "envelope.badge": "mail",
         "envelope.open": "mail-open",
         "trash": "trash-2",
-        "moon.fill": "moon"
+        "moon.fill": "moon",
+        // --- settings window ---
+        "camera.circle.fill": "camera",
+        "arrow.up.circle.fill": "circle-arrow-up",
+        "power": "power"
     })
 
     function of(name) {

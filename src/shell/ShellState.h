@@ -4,6 +4,9 @@
 #include "platform/SettingsStore.h"
 #include "session/Session.h"
 #include "shell/VoicemailPlayer.h"
+// --- settings window ---
+#include "shell/SettingsState.h"
+// --- end of settings window ---
 
 #include <QDateTime>
 #include <QObject>
@@ -42,6 +45,9 @@ class ShellState : public QObject {
     // --- end of forwarding editor ---
     // --- call history ---
     Q_PROPERTY(RecentsModel* recents READ recentsModel CONSTANT)
+    // --- settings window ---
+    Q_PROPERTY(SettingsState* settings READ settingsState CONSTANT)
+    // --- end of settings window ---
 public:
     static constexpr char sectionKey[] = "section";
     // True when absent: closing the window leaves the app running for calls.
@@ -93,6 +99,11 @@ public:
     // A new draft of the user's rules for the editor, owned by the caller.
     Q_INVOKABLE QObject* newForwardingDraft();
     // --- end of forwarding editor ---
+
+    // --- settings window ---
+    // Starting at login, the own picture, the status lines and the sign-outs.
+    SettingsState* settingsState() const { return m_settingsState.get(); }
+    // --- end of settings window ---
 
     // The registration badge: its word, and the kind that picks its colour
     // (off, registering, registered, failed).
@@ -148,4 +159,7 @@ private:
     // --- end of voicemail ---
     // --- call history ---
     std::unique_ptr<RecentsModel> m_recentsModel;
+    // --- settings window ---
+    std::unique_ptr<SettingsState> m_settingsState;
+    // --- end of settings window ---
 };
