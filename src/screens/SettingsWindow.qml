@@ -21,9 +21,6 @@ ApplicationWindow {
     color: Theme.windowBackground
     font.family: Theme.fontFamily
 
-    // The autostart entry may have been changed outside the app meanwhile.
-    onVisibleChanged: if (visible) window.settings.refreshOpenAtLogin()
-
     ScrollView {
         id: scroller
         anchors.fill: parent

@@ -261,6 +261,8 @@ void Application::openSettings() {
         }
         m_settingsWindow.reset(static_cast<QQuickWindow*>(made.release()));
     }
+    // The autostart entry may have been changed outside the app meanwhile.
+    m_shellState->settingsState()->refreshOpenAtLogin();
     m_settingsWindow->show();
     m_settingsWindow->raise();
     m_settingsWindow->requestActivate();

@@ -61,6 +61,17 @@ protected:
 
     QString autostartPath() const { return home.configHome() + "/autostart/net.velnor.rz.desktop"; }
 
+    bool deviceOnServer(const std::string& id) {
+        const json devices = server.control("GET", "model")["devices"];
+        for (const auto& entry : devices) {
+            if (entry["id"] == id) {
+                return true;
+            }
+        }
+        std::cerr << "devices on the server: " << devices.dump() << "\n";
+        return false;
+    }
+
     json userOnServer(const std::string& id) {
         for (const auto& user : server.control("GET", "model")["users"]) {
             if (user["id"] == id) {
@@ -155,13 +166,20 @@ TEST_F(SettingsWindow, OpenAtLoginWritesTheAutostartEntryAndRemovesIt) {
 }
 
 TEST_F(SettingsWindow, AnEntryRemovedByHandShowsAsOffWhenTheWindowOpensAgain) {
-    showSettings();
-    click(item("openAtLoginSwitch"));
+    ASSERT_TRUE(app().showMainWindow());
+    app().openSettings();
+    QQuickWindow* settingsWindow = app().settingsWindow();
+    ASSERT_NE(settingsWindow, nullptr);
+    auto* toggle = settingsWindow->findChild<QQuickItem*>("openAtLoginSwitch");
+    ASSERT_NE(toggle, nullptr);
+    state().setOpenAtLogin(true);
     ASSERT_TRUE(QFile::exists(autostartPath()));
-    window->hide();
+    EXPECT_TRUE(toggle->property("checked").toBool());
+    settingsWindow->close();
     ASSERT_TRUE(QFile::remove(autostartPath()));
-    window->show();
-    EXPECT_FALSE(item("openAtLoginSwitch")->property("checked").toBool());
+    app().openSettings();
+    EXPECT_FALSE(state().openAtLogin());
+    EXPECT_FALSE(toggle->property("checked").toBool());
 }
 
 TEST_F(SettingsWindow, AFailingAutostartShowsTheReasonAndTheSwitchReturnsToOff) {
@@ -340,33 +358,27 @@ TEST_F(SettingsWindow, SignOutKeepingTheDeviceLeavesItOnTheServer) {
     signIn();
     ASSERT_TRUE(spinUntil([&] { return settings.text("rz.deviceId").has_value(); }, 10s));
     const std::string device = settings.text("rz.deviceId")->toStdString();
+    ASSERT_TRUE(deviceOnServer(device));
     showSettings();
     click(item("signOutButton"));
     ASSERT_TRUE(spinUntil([&] { return shows("signOutKeepButton"); }));
     click(item("signOutKeepButton"));
     ASSERT_TRUE(
         spinUntil([&] { return app().session().state() == Session::State::signedOut; }, 10s));
-    bool kept = false;
-    for (const auto& entry : server.control("GET", "model")["devices"]) {
-        kept = kept || entry["id"] == device;
-    }
-    EXPECT_TRUE(kept);
+    EXPECT_TRUE(deviceOnServer(device));
 }
 
 TEST_F(SettingsWindow, SignOutRemovingTheDeviceDeletesItOnTheServer) {
     signIn();
     ASSERT_TRUE(spinUntil([&] { return settings.text("rz.deviceId").has_value(); }, 10s));
     const std::string device = settings.text("rz.deviceId")->toStdString();
+    ASSERT_TRUE(deviceOnServer(device));
     showSettings();
     click(item("signOutButton"));
     ASSERT_TRUE(spinUntil([&] { return shows("signOutRemoveButton"); }));
     click(item("signOutRemoveButton"));
     ASSERT_TRUE(
         spinUntil([&] { return app().session().state() == Session::State::signedOut; }, 10s));
-    bool kept = false;
-    for (const auto& entry : server.control("GET", "model")["devices"]) {
-        kept = kept || entry["id"] == device;
-    }
-    EXPECT_FALSE(kept);
+    EXPECT_FALSE(deviceOnServer(device));
     EXPECT_FALSE(settings.text("rz.deviceId").has_value());
 }

@@ -37,7 +37,7 @@ QString sinkLine(const QString& name) {
     return "load-module module-null-sink sink_name=" + name + " rate=48000 channels=1 norewinds=1";
 }
 
-class SoundDevices : public testing::Test {
+class SoundDevicesChosenApart : public testing::Test {
 protected:
     void SetUp() override {
         application = std::make_unique<Application>(settings, secrets);
@@ -92,7 +92,7 @@ protected:
             [done](std::optional<CallAudio::Error> error) { done->set_value(std::move(error)); });
         ASSERT_EQ(result.wait_for(10s), std::future_status::ready);
         const auto error = result.get();
-        ASSERT_FALSE(error.has_value()) << error->description;
+        ASSERT_FALSE(error.has_value()) << error->description.toStdString();
     }
 
     double level(const QString& sink, double seconds = 1.0) {
@@ -108,7 +108,7 @@ protected:
 
 } // namespace
 
-TEST_F(SoundDevices, TheServersSinksAreListedByNameWithTheDefaultFirst) {
+TEST_F(SoundDevicesChosenApart, TheServersSinksAreListedByNameWithTheDefaultFirst) {
     const QVariantList rows = sound().ringOutputs();
     ASSERT_GE(rows.size(), 3);
     EXPECT_EQ(rows[0].toMap().value("name").toString(), QString());
@@ -120,7 +120,7 @@ TEST_F(SoundDevices, TheServersSinksAreListedByNameWithTheDefaultFirst) {
     }
 }
 
-TEST_F(SoundDevices, TheRingPlaysOnTheRingingDeviceWhileTheCallStaysOnTheFirst) {
+TEST_F(SoundDevicesChosenApart, TheRingPlaysOnTheRingingDeviceWhileTheCallStaysOnTheFirst) {
     sound().setRingOutput("headset");
     EXPECT_EQ(application->ringer().device(), "headset");
     startCall();
@@ -137,7 +137,8 @@ TEST_F(SoundDevices, TheRingPlaysOnTheRingingDeviceWhileTheCallStaysOnTheFirst) 
     EXPECT_LT(level("speaker", 0.5), 50.0);
 }
 
-TEST_F(SoundDevices, TheCallDeviceChosenApartCarriesTheCallWhileTheRingFollowsTheDefault) {
+TEST_F(SoundDevicesChosenApart,
+       TheCallDeviceChosenApartCarriesTheCallWhileTheRingFollowsTheDefault) {
     sound().setCallOutput("headset");
     EXPECT_EQ(settings.text("audio.callOutput"), "headset");
     startCall();
@@ -148,7 +149,8 @@ TEST_F(SoundDevices, TheCallDeviceChosenApartCarriesTheCallWhileTheRingFollowsTh
     EXPECT_GT(level("headset"), 300.0);
 }
 
-TEST_F(SoundDevices, AnUnpluggedCallDeviceIsReplacedByTheDefaultAndTakenAgainWhenItComesBack) {
+TEST_F(SoundDevicesChosenApart,
+       AnUnpluggedCallDeviceIsReplacedByTheDefaultAndTakenAgainWhenItComesBack) {
     sound().setCallOutput("headset");
     const int headset = pulse.loadModule(
         "module-null-sink", {"sink_name=usbheadset", "rate=48000", "channels=1", "norewinds=1"});
@@ -174,7 +176,7 @@ TEST_F(SoundDevices, AnUnpluggedCallDeviceIsReplacedByTheDefaultAndTakenAgainWhe
     EXPECT_EQ(sinksOf(call), QStringList{"usbheadset"});
 }
 
-TEST_F(SoundDevices, AChoiceMadeBeforeAStartIsOpenedOnceTheServerListsIt) {
+TEST_F(SoundDevicesChosenApart, AChoiceMadeBeforeAStartIsOpenedOnceTheServerListsIt) {
     sound().setRingOutput("headset");
     application.reset();
     application = std::make_unique<Application>(settings, secrets);
