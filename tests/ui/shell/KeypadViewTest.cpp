@@ -86,8 +86,7 @@ TEST_F(Keypad, HoldingDeleteForHalfASecondClearsTheNumber) {
     setNumber("2045");
     QQuickItem* remove = item("keypadDelete");
     QTest::mousePress(window.get(), Qt::LeftButton, {}, centreOf(remove));
-    ASSERT_TRUE(QTest::qWaitFor([&] { return number() == QString(); }, 2000))
-        << number().toStdString();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return number() == QString(); }, 2000)) << number().toStdString();
     QTest::mouseRelease(window.get(), Qt::LeftButton, {}, centreOf(remove));
     EXPECT_EQ(number(), "");
 }
@@ -95,8 +94,7 @@ TEST_F(Keypad, HoldingDeleteForHalfASecondClearsTheNumber) {
 TEST_F(Keypad, HoldingZeroTypesAPlusAndNotAZero) {
     QQuickItem* zero = item("key0");
     QTest::mousePress(window.get(), Qt::LeftButton, {}, centreOf(zero));
-    ASSERT_TRUE(QTest::qWaitFor([&] { return number() == QString("+"); }, 3000))
-        << number().toStdString();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return number() == QString("+"); }, 3000)) << number().toStdString();
     QTest::mouseRelease(window.get(), Qt::LeftButton, {}, centreOf(zero));
     EXPECT_EQ(number(), "+");
 }
