@@ -58,7 +58,11 @@ QtObject {
         "lock.fill": "lock",
         "lock.open": "lock-open",
         "ellipsis.circle": "circle-ellipsis",
-        "person.fill.xmark": "user-x"
+        "person.fill.xmark": "user-x",
+        // --- settings window ---
+        "camera.circle.fill": "camera",
+        "arrow.up.circle.fill": "circle-arrow-up",
+        "power": "power"
     })
 
     function of(name) {

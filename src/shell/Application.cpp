@@ -58,7 +58,8 @@ void Application::init(SettingsStore& settings, SecureStore& secrets) {
                    level <= core::LogLevel::warn ? Log::Level::error : Log::Level::info);
     });
     // The phone comes first: the session is given it, and nothing here touches the network.
-    m_phone = std::make_unique<Phone>(settings, std::make_shared<PulseBackend>());
+    m_pulse = std::make_shared<PulseBackend>();
+    m_phone = std::make_unique<Phone>(settings, m_pulse);
     m_phone->setCaFile(settings.text(QString::fromLatin1(caFileKey)));
     m_session = std::make_unique<Session>(settings, secrets);
     m_session->setPhone(m_phone.get());
@@ -124,6 +125,7 @@ void Application::init(SettingsStore& settings, SecureStore& secrets) {
     initGlobalShortcuts();
     initMissedCalls();
     initColleagues();
+    initSoundDevices();
     connect(&m_appearance, &Appearance::darkChanged, this, [this] {
         if (QObject* p = palette()) {
             p->setProperty("dark", m_appearance.dark());
@@ -293,6 +295,8 @@ void Application::openSettings() {
         }
         m_settingsWindow.reset(static_cast<QQuickWindow*>(made.release()));
     }
+    // The autostart entry may have been changed outside the app meanwhile.
+    m_shellState->settingsState()->refreshOpenAtLogin();
     m_settingsWindow->show();
     m_settingsWindow->raise();
     m_settingsWindow->requestActivate();
@@ -360,6 +364,24 @@ void Application::raiseMainWindow() {
     // this marks the window as wanting attention instead.
     window->alert(0);
 }
+
+// --- settings window ---
+
+void Application::initSoundDevices() {
+    SoundDeviceChoice* sound = m_shellState->settingsState()->sound();
+    std::weak_ptr<PulseBackend> pulse = m_pulse;
+    CanberraRinger* ringer = m_ringer.get();
+    sound->setApply(
+        [pulse](const QString& output, const QString& input) {
+            if (const auto backend = pulse.lock()) {
+                backend->setDevices(output.toStdString(), input.toStdString());
+            }
+        },
+        [ringer](const QString& output) { ringer->setDevice(output); });
+    sound->follow();
+}
+
+// --- end of settings window ---
 
 // --- call windows ---
 

@@ -30,6 +30,7 @@ class TrayIcon;
 class HeadsetControl;
 class HeadsetFinder;
 class GlobalShortcuts;
+class PulseBackend;
 
 // The app's one long-lived value in the GUI process: it makes the stores and
 // the session, loads the fonts, keeps the palette in step with the desktop,
@@ -96,6 +97,7 @@ public:
     // --- call windows ---
     CallWindows& callWindows() { return *m_callWindows; }
     DesktopNotifications& notifications() { return *m_notifications; }
+    CanberraRinger& ringer() { return *m_ringer; }
     // The call window while a call is shown in it, else null.
     QQuickWindow* callWindow() const {
         return m_callWindow && m_callWindow->isVisible() ? m_callWindow.get() : nullptr;
@@ -121,12 +123,18 @@ private:
     // --- colleagues in contacts ---
     void initColleagues();
     // --- end of colleagues in contacts ---
+    // --- settings window ---
+    void initSoundDevices();
+    // --- end of settings window ---
     QCoro::Task<> run();
 
     std::unique_ptr<SettingsStore> m_ownSettings;
     std::unique_ptr<SecureStore> m_ownSecrets;
     SettingsStore* m_settings = nullptr;
     SecureStore* m_secrets = nullptr;
+    // --- settings window: the call's devices are set on the backend ---
+    std::shared_ptr<PulseBackend> m_pulse;
+    // --- end of settings window ---
     std::unique_ptr<Phone> m_phone;
     std::unique_ptr<Session> m_session;
     std::unique_ptr<PhoneContacts> m_contacts;

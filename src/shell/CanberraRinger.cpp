@@ -61,6 +61,23 @@ CanberraRinger::~CanberraRinger() {
     }
 }
 
+void CanberraRinger::setDevice(const QString& name) {
+    if (!m_context || name == m_device) {
+        return;
+    }
+    // The sound server's sink name; canberra's PulseAudio driver opens its
+    // streams there from the next sound on.
+    const QByteArray device = name.toUtf8();
+    const int changed =
+        ca_context_change_device(m_context, name.isEmpty() ? nullptr : device.constData());
+    if (changed != CA_SUCCESS) {
+        Log::error(Log::call, QStringLiteral("The ringing device could not be set: %1")
+                                  .arg(QString::fromUtf8(ca_strerror(changed))));
+        return;
+    }
+    m_device = name;
+}
+
 void CanberraRinger::ring() {
     if (!m_context) {
         return;

@@ -24,6 +24,11 @@ public:
     void ring() override;
     void silence() override;
 
+    // The sound server's output the ring plays on; empty follows the default
+    // (or the desktop's own choice for event sounds).
+    void setDevice(const QString& name);
+    QString device() const { return m_device; }
+
     // Whether the last ring had to use the tone of our own.
     bool usedFallback() const { return m_usedFallback; }
 
@@ -31,6 +36,7 @@ private:
     bool playFallback();
 
     QString m_eventId;
+    QString m_device;
     ca_context* m_context = nullptr;
     QTemporaryDir m_dir;
     QString m_fallbackFile;

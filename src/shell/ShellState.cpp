@@ -33,6 +33,11 @@ ShellState::ShellState(SettingsStore& settings, Phone& phone, Session& session, 
     connect(&session, &Session::meChanged, this, &ShellState::forwardingChanged);
     // --- end of server actions ---
     connect(&phone, &Phone::registrationUpdated, this, &ShellState::registrationChanged);
+    // --- settings window ---
+    m_settingsState = std::make_unique<SettingsState>(
+        phone, session, settings,
+        std::make_unique<AutostartEntry>(QCoreApplication::applicationFilePath()));
+    // --- end of settings window ---
     // --- call history ---
     m_recentsModel = std::make_unique<RecentsModel>(session.history(), phone.recents(), settings);
     m_recentsModel->owner = [&session] { return session.historyOwner(); };

@@ -6,6 +6,9 @@
 #include "session/QueuesModel.h"
 #include "session/Session.h"
 #include "shell/VoicemailPlayer.h"
+// --- settings window ---
+#include "shell/SettingsState.h"
+// --- end of settings window ---
 
 #include <QDateTime>
 #include <QObject>
@@ -47,6 +50,9 @@ class ShellState : public QObject {
     // --- queues and conference ---
     Q_PROPERTY(QueuesModel* queues READ queuesModel CONSTANT)
     Q_PROPERTY(ConferenceModel* conference READ conferenceModel CONSTANT)
+    // --- settings window ---
+    Q_PROPERTY(SettingsState* settings READ settingsState CONSTANT)
+    // --- end of settings window ---
 public:
     static constexpr char sectionKey[] = "section";
     // True when absent: closing the window leaves the app running for calls.
@@ -103,6 +109,11 @@ public:
     // A new draft of the user's rules for the editor, owned by the caller.
     Q_INVOKABLE QObject* newForwardingDraft();
     // --- end of forwarding editor ---
+
+    // --- settings window ---
+    // Starting at login, the own picture, the status lines and the sign-outs.
+    SettingsState* settingsState() const { return m_settingsState.get(); }
+    // --- end of settings window ---
 
     // The registration badge: its word, and the kind that picks its colour
     // (off, registering, registered, failed).
@@ -161,4 +172,7 @@ private:
     // --- queues and conference ---
     std::unique_ptr<QueuesModel> m_queuesModel;
     std::unique_ptr<ConferenceModel> m_conferenceModel;
+    // --- settings window ---
+    std::unique_ptr<SettingsState> m_settingsState;
+    // --- end of settings window ---
 };

@@ -692,7 +692,24 @@ private:
 } // namespace
 
 std::unique_ptr<AudioEngine> PulseBackend::makeEngine() {
+    std::lock_guard lock(m_devicesLock);
     return std::make_unique<PulseEngine>(m_options);
+}
+
+void PulseBackend::setDevices(std::string sink, std::string source) {
+    std::lock_guard lock(m_devicesLock);
+    m_options.sink = std::move(sink);
+    m_options.source = std::move(source);
+}
+
+std::string PulseBackend::sink() const {
+    std::lock_guard lock(m_devicesLock);
+    return m_options.sink;
+}
+
+std::string PulseBackend::source() const {
+    std::lock_guard lock(m_devicesLock);
+    return m_options.source;
 }
 
 bool PulseBackend::builtIn(const std::string& formFactor, const std::string& bus,

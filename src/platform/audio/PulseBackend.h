@@ -5,6 +5,7 @@
 #include "audio/VoiceProcessor.h"
 
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -34,6 +35,11 @@ public:
     bool outputIsBuiltIn() override;
     // How many times the default output has been looked at so far.
     int outputAnswers() const;
+    // The output and input the next engine opens; empty follows the server's
+    // default. Any thread may call it; a running engine keeps its devices.
+    void setDevices(std::string sink, std::string source);
+    std::string sink() const;
+    std::string source() const;
 
     // The rule behind outputIsBuiltIn: a sink's form factor decides when it has
     // one, else its active port's type; USB and Bluetooth are never built in.
@@ -41,6 +47,7 @@ public:
                         std::optional<std::uint32_t> portType);
 
 private:
+    mutable std::mutex m_devicesLock;
     Options m_options;
     std::unique_ptr<PulseOutputWatch> m_watch;
 };
