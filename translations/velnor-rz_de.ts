@@ -21,6 +21,25 @@
     </message>
 </context>
 <context>
+    <name>AvatarCropView</name>
+    <message>
+        <source>Cancel</source>
+        <translation>Abbrechen</translation>
+    </message>
+    <message>
+        <source>Move and scale</source>
+        <translation>Verschieben und skalieren</translation>
+    </message>
+    <message>
+        <source>Use</source>
+        <translation>Verwenden</translation>
+    </message>
+    <message>
+        <source>Zoom</source>
+        <translation>Zoom</translation>
+    </message>
+</context>
+<context>
     <name>CallAudio</name>
     <message>
         <source>Audio: </source>
@@ -127,6 +146,10 @@
         <source>End</source>
         <translation>Beenden</translation>
     </message>
+    <message>
+        <source>Add participant</source>
+        <translation>Teilnehmer hinzufügen</translation>
+    </message>
 </context>
 <context>
     <name>CallStatsPanel</name>
@@ -209,6 +232,21 @@
     </message>
 </context>
 <context>
+    <name>ColleagueContacts</name>
+    <message>
+        <source>Updating…</source>
+        <translation>Wird aktualisiert …</translation>
+    </message>
+    <message>
+        <source>%1 colleagues</source>
+        <translation>Kollegen: %1</translation>
+    </message>
+    <message>
+        <source>Allow access to contacts in Settings first.</source>
+        <translation>Erlauben Sie zuerst in den Einstellungen den Zugriff auf die Kontakte.</translation>
+    </message>
+</context>
+<context>
     <name>ColleaguePicker</name>
     <message>
         <source>Forward to</source>
@@ -232,6 +270,55 @@
     </message>
 </context>
 <context>
+    <name>ColleaguesToggle</name>
+    <message>
+        <source>Colleagues in Contacts</source>
+        <translation>Kollegen in den Kontakten</translation>
+    </message>
+    <message>
+        <source>Adds colleagues with a direct number to your contacts (group &quot;velnor RZ&quot;). Turning it off removes them again.</source>
+        <translation>Fügt Kollegen mit Durchwahl zu Ihren Kontakten hinzu (Gruppe „velnor RZ“). Beim Ausschalten werden sie wieder entfernt.</translation>
+    </message>
+</context>
+<context>
+    <name>ConferenceModel</name>
+    <message>
+        <source>Conference · %1</source>
+        <translation>Konferenz · %1</translation>
+    </message>
+    <message>
+        <source>You</source>
+        <translation>Sie</translation>
+    </message>
+</context>
+<context>
+    <name>ConferenceView</name>
+    <message>
+        <source>Locked</source>
+        <translation>Gesperrt</translation>
+    </message>
+    <message>
+        <source>Conference options</source>
+        <translation>Konferenzoptionen</translation>
+    </message>
+    <message>
+        <source>Unlock</source>
+        <translation>Entsperren</translation>
+    </message>
+    <message>
+        <source>Lock</source>
+        <translation>Sperren</translation>
+    </message>
+    <message>
+        <source>Add participant</source>
+        <translation>Teilnehmer hinzufügen</translation>
+    </message>
+    <message>
+        <source>End for everyone</source>
+        <translation>Für alle beenden</translation>
+    </message>
+</context>
+<context>
     <name>DesktopNotifications</name>
     <message>
         <source>Show</source>
@@ -244,6 +331,21 @@
     <message>
         <source>Decline</source>
         <translation>Ablehnen</translation>
+    </message>
+</context>
+<context>
+    <name>DeviceChoice</name>
+    <message>
+        <source>Follow the system default (%1)</source>
+        <translation>Systemstandard verwenden (%1)</translation>
+    </message>
+    <message>
+        <source>Follow the system default</source>
+        <translation>Systemstandard verwenden</translation>
+    </message>
+    <message>
+        <source>%1 (not connected)</source>
+        <translation>%1 (nicht verbunden)</translation>
     </message>
 </context>
 <context>
@@ -562,6 +664,25 @@
     </message>
 </context>
 <context>
+    <name>ParticipantTile</name>
+    <message>
+        <source>Muted</source>
+        <translation>Stummgeschaltet</translation>
+    </message>
+    <message>
+        <source>Unmute</source>
+        <translation>Ton an</translation>
+    </message>
+    <message>
+        <source>Mute</source>
+        <translation>Stumm</translation>
+    </message>
+    <message>
+        <source>Remove from conference</source>
+        <translation>Aus der Konferenz entfernen</translation>
+    </message>
+</context>
+<context>
     <name>Phone</name>
     <message>
         <source>Invalid settings: </source>
@@ -616,6 +737,21 @@
     </message>
 </context>
 <context>
+    <name>QObject</name>
+    <message>
+        <source>The autostart entry could not be removed: %1</source>
+        <translation>Der Autostart-Eintrag konnte nicht entfernt werden: %1</translation>
+    </message>
+    <message>
+        <source>The autostart folder %1 could not be made.</source>
+        <translation>Der Autostart-Ordner %1 konnte nicht angelegt werden.</translation>
+    </message>
+    <message>
+        <source>The autostart entry could not be written: %1</source>
+        <translation>Der Autostart-Eintrag konnte nicht geschrieben werden: %1</translation>
+    </message>
+</context>
+<context>
     <name>QualityBars</name>
     <message>
         <source>Good connection</source>
@@ -628,6 +764,96 @@
     <message>
         <source>Poor connection</source>
         <translation>Schlechte Verbindung</translation>
+    </message>
+</context>
+<context>
+    <name>QueueCard</name>
+    <message>
+        <source>Logged in to %1</source>
+        <translation>Angemeldet bei %1</translation>
+    </message>
+    <message>
+        <source>Paused: no queue calls</source>
+        <translation>Pausiert: keine Warteschlangenanrufe</translation>
+    </message>
+    <message>
+        <source>Available for queue calls</source>
+        <translation>Verfügbar für Warteschlangenanrufe</translation>
+    </message>
+    <message>
+        <source>Resume</source>
+        <translation>Fortsetzen</translation>
+    </message>
+    <message>
+        <source>Pause</source>
+        <translation>Pause</translation>
+    </message>
+    <message>
+        <source>Waiting calls</source>
+        <translation>Wartende Anrufe</translation>
+    </message>
+    <message>
+        <source>Nobody waiting</source>
+        <translation>Niemand wartet</translation>
+    </message>
+    <message>
+        <source>%1 waiting</source>
+        <translation>Wartend: %1</translation>
+    </message>
+    <message>
+        <source>%1 · longest %2</source>
+        <translation>%1 · am längsten %2</translation>
+    </message>
+    <message>
+        <source>Unknown caller</source>
+        <translation>Unbekannter Anrufer</translation>
+    </message>
+    <message>
+        <source>You</source>
+        <translation>Sie</translation>
+    </message>
+    <message>
+        <source>Available</source>
+        <translation>Verfügbar</translation>
+    </message>
+    <message>
+        <source>Ringing</source>
+        <translation>Klingelt</translation>
+    </message>
+    <message>
+        <source>On a call</source>
+        <translation>Im Gespräch</translation>
+    </message>
+    <message>
+        <source>Wrap-up</source>
+        <translation>Nachbearbeitung</translation>
+    </message>
+    <message>
+        <source>Paused</source>
+        <translation>Pausiert</translation>
+    </message>
+    <message>
+        <source>Unreachable</source>
+        <translation>Nicht erreichbar</translation>
+    </message>
+    <message>
+        <source>Logged out</source>
+        <translation>Abgemeldet</translation>
+    </message>
+</context>
+<context>
+    <name>QueuesView</name>
+    <message>
+        <source>Queues</source>
+        <translation>Warteschlangen</translation>
+    </message>
+    <message>
+        <source>No queues</source>
+        <translation>Keine Warteschlangen</translation>
+    </message>
+    <message>
+        <source>Queues you are an agent of appear here.</source>
+        <translation>Warteschlangen, in denen Sie Agent sind, erscheinen hier.</translation>
     </message>
 </context>
 <context>
@@ -737,14 +963,6 @@
         <source>Settings</source>
         <translation>Einstellungen</translation>
     </message>
-    <message>
-        <source>No queues</source>
-        <translation>Keine Warteschlangen</translation>
-    </message>
-    <message>
-        <source>Queues you are an agent of appear here.</source>
-        <translation>Warteschlangen, in denen Sie Agent sind, erscheinen hier.</translation>
-    </message>
 </context>
 <context>
     <name>RowCallButton</name>
@@ -788,6 +1006,29 @@
     </message>
 </context>
 <context>
+    <name>SettingsState</name>
+    <message>
+        <source>Change picture</source>
+        <translation>Bild ändern</translation>
+    </message>
+    <message>
+        <source>This picture is larger than 20 MB. Choose a smaller one, or make it smaller first.</source>
+        <translation>Dieses Bild ist größer als 20 MB. Wählen Sie ein kleineres oder verkleinern Sie es zuerst.</translation>
+    </message>
+    <message>
+        <source>This picture could not be opened.</source>
+        <translation>Dieses Bild konnte nicht geöffnet werden.</translation>
+    </message>
+    <message>
+        <source>Connected</source>
+        <translation>Verbunden</translation>
+    </message>
+    <message>
+        <source>Not connected</source>
+        <translation>Nicht verbunden</translation>
+    </message>
+</context>
+<context>
     <name>SettingsWindow</name>
     <message>
         <source>Settings</source>
@@ -804,10 +1045,6 @@
     <message>
         <source>Forwarding</source>
         <translation>Rufumleitung</translation>
-    </message>
-    <message>
-        <source>Keep running in the tray</source>
-        <translation>Im Infobereich weiterlaufen</translation>
     </message>
     <message>
         <source>Closing the window quits velnor RZ; calls then only reach your other devices.</source>
@@ -832,6 +1069,102 @@
     <message>
         <source>Sign out</source>
         <translation>Abmelden</translation>
+    </message>
+    <message>
+        <source>Dismiss</source>
+        <translation>Schließen</translation>
+    </message>
+    <message>
+        <source>Extension</source>
+        <translation>Durchwahl</translation>
+    </message>
+    <message>
+        <source>Change picture</source>
+        <translation>Bild ändern</translation>
+    </message>
+    <message>
+        <source>Remove picture</source>
+        <translation>Bild entfernen</translation>
+    </message>
+    <message>
+        <source>Status</source>
+        <translation>Status</translation>
+    </message>
+    <message>
+        <source>Phone</source>
+        <translation>Telefon</translation>
+    </message>
+    <message>
+        <source>SIP user</source>
+        <translation>SIP-Benutzer</translation>
+    </message>
+    <message>
+        <source>Server</source>
+        <translation>Server</translation>
+    </message>
+    <message>
+        <source>Live updates</source>
+        <translation>Live-Aktualisierung</translation>
+    </message>
+    <message>
+        <source>Sound</source>
+        <translation>Ton</translation>
+    </message>
+    <message>
+        <source>Ringing device</source>
+        <translation>Klingelgerät</translation>
+    </message>
+    <message>
+        <source>Call speaker</source>
+        <translation>Lautsprecher für Anrufe</translation>
+    </message>
+    <message>
+        <source>Call microphone</source>
+        <translation>Mikrofon für Anrufe</translation>
+    </message>
+    <message>
+        <source>Test call</source>
+        <translation>Testanruf</translation>
+    </message>
+    <message>
+        <source>Calls the echo test: what you say comes back a moment later.</source>
+        <translation>Ruft den Echotest an: Was Sie sagen, hören Sie einen Moment später wieder.</translation>
+    </message>
+    <message>
+        <source>A device that is unplugged is replaced by the system default until it is back. A change of the call&apos;s devices applies from the next call.</source>
+        <translation>Ein ausgestecktes Gerät wird durch den Systemstandard ersetzt, bis es wieder da ist. Eine Änderung der Anrufgeräte gilt ab dem nächsten Anruf.</translation>
+    </message>
+    <message>
+        <source>The sound server has not answered yet; calls and the ring use the system default.</source>
+        <translation>Der Soundserver hat noch nicht geantwortet; Anrufe und Klingelton verwenden den Systemstandard.</translation>
+    </message>
+    <message>
+        <source>App</source>
+        <translation>App</translation>
+    </message>
+    <message>
+        <source>Keep running in the tray when the window is closed</source>
+        <translation>Im Infobereich weiterlaufen, wenn das Fenster geschlossen ist</translation>
+    </message>
+    <message>
+        <source>Open at login</source>
+        <translation>Bei der Anmeldung öffnen</translation>
+    </message>
+    <message>
+        <source>Removing the computer deletes it from your devices; it stops ringing. Keeping it lets you sign in again with the same device.</source>
+        <translation>Wenn Sie den Computer entfernen, wird er aus Ihren Geräten gelöscht und klingelt nicht mehr. Wenn Sie ihn behalten, können Sie sich mit demselben Gerät wieder anmelden.</translation>
+    </message>
+    <message>
+        <source>Sign out and remove this computer</source>
+        <translation>Abmelden und diesen Computer entfernen</translation>
+    </message>
+    <message>
+        <source>Sign out, keep the device</source>
+        <translation>Abmelden, Gerät behalten</translation>
+    </message>
+    <message>
+        <source>Cancel</source>
+        <translation>Abbrechen</translation>
     </message>
 </context>
 <context>
