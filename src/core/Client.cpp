@@ -620,6 +620,16 @@ void Client::networkChanged() {
     });
 }
 
+void Client::dropConnections() {
+    if (m_transportOpen) {
+        sip_transp_flush(m_sip);
+        m_transportOpen = false;
+    }
+    m_connectionWatch = static_cast<struct sip_keepalive*>(mem_deref(m_connectionWatch));
+    m_registerRequest = static_cast<struct sip_request*>(mem_deref(m_registerRequest));
+    tmr_cancel(&m_registerGuard);
+}
+
 void Client::followNetwork(bool reconnect) {
     if (!m_started || m_stopping || !m_sip || m_resolution == Resolution::pending) {
         return;
@@ -637,11 +647,7 @@ void Client::followNetwork(bool reconnect) {
         // and the next change (or the retry) finds the new way.
         info(format("no route to %s for now", serverName().c_str()));
         if (m_transportOpen) {
-            sip_transp_flush(m_sip);
-            m_transportOpen = false;
-            m_connectionWatch = static_cast<struct sip_keepalive*>(mem_deref(m_connectionWatch));
-            m_registerRequest = static_cast<struct sip_request*>(mem_deref(m_registerRequest));
-            tmr_cancel(&m_registerGuard);
+            dropConnections();
             registrationFailed(unreachableReason(), true);
         }
         return;
@@ -660,13 +666,7 @@ void Client::followNetwork(bool reconnect) {
     m_localAddress = local;
     // Every connection from before goes: one from a vanished address is dead,
     // and after a suspend the server may have dropped it long ago.
-    if (m_transportOpen) {
-        sip_transp_flush(m_sip);
-        m_transportOpen = false;
-    }
-    m_connectionWatch = static_cast<struct sip_keepalive*>(mem_deref(m_connectionWatch));
-    m_registerRequest = static_cast<struct sip_request*>(mem_deref(m_registerRequest));
-    tmr_cancel(&m_registerGuard);
+    dropConnections();
     tmr_cancel(&m_registerTimer);
     m_unansweredRegisters = 0;
     m_challenges = 0;

@@ -77,6 +77,9 @@ private:
     // How long to wait before trying an unreachable server again: doubling
     // from one second up to a minute.
     std::uint64_t nextRetryMs();
+    // Closes the transport with its connections and forgets the REGISTER and
+    // the watch that were on them.
+    void dropConnections();
     void setUpTls();
     std::string serverName() const;
     std::string hostForUri() const;

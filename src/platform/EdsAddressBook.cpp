@@ -3,9 +3,8 @@
 #include <libebook/libebook.h>
 
 #include "platform/AddressBook.h"
+#include "platform/EdsPhoto.h"
 
-#include <QFile>
-#include <QUrl>
 
 namespace {
 
@@ -18,29 +17,6 @@ QString takeError(GError*& error) {
 QString field(EContact* contact, EContactField id) {
     const auto* text = static_cast<const char*>(e_contact_get_const(contact, id));
     return text ? QString::fromUtf8(text) : QString();
-}
-
-std::optional<QByteArray> thumbnailOf(EContact* contact) {
-    auto* photo = static_cast<EContactPhoto*>(e_contact_get(contact, E_CONTACT_PHOTO));
-    if (!photo) {
-        return std::nullopt;
-    }
-    std::optional<QByteArray> bytes;
-    if (photo->type == E_CONTACT_PHOTO_TYPE_INLINED) {
-        gsize length = 0;
-        const guchar* data = e_contact_photo_get_inlined(photo, &length);
-        if (data) {
-            bytes = QByteArray(reinterpret_cast<const char*>(data), qsizetype(length));
-        }
-    } else if (const char* uri = e_contact_photo_get_uri(photo)) {
-        // A photo kept beside the book comes as a file address.
-        QFile file(QUrl(QString::fromUtf8(uri)).toLocalFile());
-        if (file.open(QIODevice::ReadOnly)) {
-            bytes = file.readAll();
-        }
-    }
-    e_contact_photo_free(photo);
-    return bytes;
 }
 
 } // namespace
@@ -101,7 +77,7 @@ AddressBook::Read EdsAddressBook::readBook() {
             entry.numbers.append(QString::fromUtf8(static_cast<const char*>(n->data)));
         }
         g_list_free_full(numbers, g_free);
-        entry.thumbnail = thumbnailOf(contact);
+        entry.thumbnail = contactPhoto(contact);
         result.contacts.push_back(std::move(entry));
     }
     g_slist_free_full(contacts, g_object_unref);

@@ -4,11 +4,10 @@
 #include <libedataserver/libedataserver.h>
 
 #include "platform/ContactStore.h"
+#include "platform/EdsPhoto.h"
 
-#include <QFile>
 #include <QHash>
 #include <QSet>
-#include <QUrl>
 
 #include <mutex>
 #include <vector>
@@ -74,29 +73,6 @@ void setLabelled(EContact* contact, const char* name, const QList<ContactStore::
     }
 }
 
-std::optional<QByteArray> imageOf(EContact* contact) {
-    auto* photo = static_cast<EContactPhoto*>(e_contact_get(contact, E_CONTACT_PHOTO));
-    if (!photo) {
-        return std::nullopt;
-    }
-    std::optional<QByteArray> bytes;
-    if (photo->type == E_CONTACT_PHOTO_TYPE_INLINED) {
-        gsize length = 0;
-        const guchar* data = e_contact_photo_get_inlined(photo, &length);
-        if (data) {
-            bytes = QByteArray(reinterpret_cast<const char*>(data), qsizetype(length));
-        }
-    } else if (const char* uri = e_contact_photo_get_uri(photo)) {
-        // The book keeps a large photo in a file beside it.
-        QFile file(QUrl(QString::fromUtf8(uri)).toLocalFile());
-        if (file.open(QIODevice::ReadOnly)) {
-            bytes = file.readAll();
-        }
-    }
-    e_contact_photo_free(photo);
-    return bytes;
-}
-
 const char* mimeTypeOf(const QByteArray& image) {
     if (image.startsWith("\x89PNG")) {
         return "image/png";
@@ -114,7 +90,7 @@ ContactStore::Fields fieldsOf(EContact* contact) {
     fields.organization = text(contact, E_CONTACT_ORG);
     fields.phones = labelledOf(contact, E_CONTACT_TEL);
     fields.emails = labelledOf(contact, E_CONTACT_EMAIL);
-    fields.image = imageOf(contact);
+    fields.image = contactPhoto(contact);
     return fields;
 }
 
