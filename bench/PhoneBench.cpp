@@ -93,6 +93,7 @@ void appFigures() {
         waitFor([&] { return phone.isRegistered() || session.hasError(); }, 15000);
         phone.stop();
     }
+    settings.flush(); // the app reads the file next
 
     // Baseline: the engine alone registering the same account.
     std::vector<double> engine;

@@ -227,6 +227,7 @@ int idleRun() {
         }
         phone.stop();
     }
+    settings.flush(); // the app reads the file next
     VirtualDisplay display;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert("DISPLAY", display.display());

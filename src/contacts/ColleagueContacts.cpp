@@ -1,6 +1,7 @@
 #include "contacts/ColleagueContacts.h"
 
 #include "contacts/ColleagueExport.h"
+#include "platform/Clock.h"
 #include "platform/Log.h"
 
 #include <QCoreApplication>
@@ -133,7 +134,15 @@ QCoro::Task<> ColleagueContacts::sync(QList<Directory::Entry> users, std::option
         }
     }
     // Pictures one after the other; the loader's caches make repeats cheap.
+    // Pictures already in memory come back without a wait, so the loop gives
+    // the event loop a turn now and then rather than hold it for a thousand.
+    constexpr int perTurn = 100;
+    int sinceTurn = 0;
     for (auto& colleague : colleagues) {
+        if (++sinceTurn == perTurn) {
+            sinceTurn = 0;
+            co_await Clock::system().sleep(std::chrono::milliseconds(0));
+        }
         const auto avatar = avatars.constFind(colleague.id);
         if (avatar != avatars.cend() && loadImage) {
             colleague.image = co_await loadImage(*avatar);

@@ -2,9 +2,11 @@
 
 #include "platform/Log.h"
 #include "platform/SettingsFileCheck.h"
+#include "platform/SettingsWriter.h"
 
 #include <QFile>
 #include <QSaveFile>
+#include <QSettings>
 #include <QStandardPaths>
 
 namespace {
@@ -116,8 +118,23 @@ void SettingsStore::remove(const QString& key) {
 
 IniSettingsStore::IniSettingsStore() : IniSettingsStore(defaultPath()) {}
 
-IniSettingsStore::IniSettingsStore(const QString& path)
-    : m_settings(checked(path), QSettings::IniFormat) {}
+IniSettingsStore::IniSettingsStore(const QString& path) : m_writer(SettingsWriter::shared()) {
+    // What another store of this process wrote to the file comes first.
+    m_writer->flush();
+    m_path = checked(path);
+    const QSettings file(m_path, QSettings::IniFormat);
+    for (const QString& key : file.allKeys()) {
+        m_values.insert(key, file.value(key));
+    }
+}
+
+IniSettingsStore::~IniSettingsStore() {
+    flush();
+}
+
+void IniSettingsStore::flush() {
+    m_writer->flush();
+}
 
 QString IniSettingsStore::checked(const QString& path) {
     QFile file(path);
@@ -156,15 +173,15 @@ QString IniSettingsStore::checked(const QString& path) {
 }
 
 QVariant IniSettingsStore::raw(const QString& key) const {
-    return m_settings.value(key);
+    return m_values.value(key);
 }
 
 void IniSettingsStore::store(const QString& key, const QVariant& value) {
-    m_settings.setValue(key, value);
-    m_settings.sync();
+    m_values.insert(key, value);
+    m_writer->post(m_path, key, value);
 }
 
 void IniSettingsStore::erase(const QString& key) {
-    m_settings.remove(key);
-    m_settings.sync();
+    m_values.remove(key);
+    m_writer->post(m_path, key, std::nullopt);
 }

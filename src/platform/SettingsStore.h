@@ -3,11 +3,11 @@
 #include <QByteArray>
 #include <QHash>
 #include <QMap>
-#include <QSettings>
 #include <QString>
 #include <QUrl>
 #include <QVariant>
 
+#include <memory>
 #include <optional>
 
 // The user-defaults store: small typed values under dotted keys
@@ -39,14 +39,23 @@ protected:
     virtual void erase(const QString& key) = 0;
 };
 
+class SettingsWriter;
+
 // The real store: an INI file, by default $XDG_CONFIG_HOME/velnor/rz.conf,
-// with every key under [General]. Each write reaches the disk at once.
+// with every key under [General]. The file is read once; reads come from
+// memory, and each write is handed at once to the process's settings writer,
+// which puts it on disk within moments, in order, off the caller's thread.
 class IniSettingsStore final : public SettingsStore {
 public:
     IniSettingsStore();
     explicit IniSettingsStore(const QString& path);
+    // Waits until every write is on disk.
+    ~IniSettingsStore() override;
 
-    QString path() const { return m_settings.fileName(); }
+    QString path() const { return m_path; }
+    // Returns once every write made so far is on disk: before another
+    // process reads the file.
+    void flush();
 
 protected:
     QVariant raw(const QString& key) const override;
@@ -57,7 +66,9 @@ private:
     // Takes damaged typed values out of the file before the settings library reads it.
     static QString checked(const QString& path);
 
-    QSettings m_settings;
+    std::shared_ptr<SettingsWriter> m_writer;
+    QString m_path;
+    QHash<QString, QVariant> m_values;
 };
 
 // For unit tests of logic that keeps settings.

@@ -56,6 +56,7 @@ protected:
     }
 
     void startApp(ChildProcess& process, const QStringList& arguments = {}) {
+        settings->flush();
         process.start(VELNOR_APP_PATH, arguments, environment());
         process.process().setReadChannel(QProcess::StandardError);
     }

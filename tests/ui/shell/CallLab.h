@@ -84,6 +84,7 @@ public:
 
     // Starts the app and waits until it is registered; false when it was not in time.
     bool startApp(const QString& appPath) {
+        settings->flush();
         app.start(appPath, {}, environment());
         app.process().setReadChannel(QProcess::StandardError);
         return waitForProperty("Registration",

@@ -3,6 +3,7 @@
 #include "platform/SettingsFileCheck.h"
 
 #include "Services.h"
+#include "StderrCapture.h"
 
 #include <QFile>
 #include <QTemporaryDir>
@@ -53,6 +54,7 @@ TEST_F(IniSettings, KeysSitUnderGeneralAndUrlsAsPlainText) {
     IniSettingsStore store(path());
     store.setUrl("rz.server", QUrl("https://rz.velnor.net/"));
     store.setBoolean("mac.menuBar", false);
+    store.flush();
     const QByteArray text = fileText();
     EXPECT_TRUE(text.contains("[General]")) << text.toStdString();
     EXPECT_TRUE(text.contains("rz.server=https://rz.velnor.net/")) << text.toStdString();
@@ -199,6 +201,60 @@ TEST_F(IniSettings, RemoveForgetsTheValueOnDisk) {
     store.remove("rz.deviceId");
     EXPECT_EQ(IniSettingsStore(path()).text("rz.deviceId"), std::nullopt);
     EXPECT_FALSE(fileText().contains("rz.deviceId"));
+}
+
+TEST_F(IniSettings, AStoreOpenedNextReadsWhatALiveStoreJustWrote) {
+    IniSettingsStore first(path());
+    first.setText("rz.deviceId", "d1");
+    first.setBoolean("call.miniBar", true);
+    const IniSettingsStore second(path());
+    EXPECT_EQ(second.text("rz.deviceId"), "d1");
+    EXPECT_EQ(second.boolean("call.miniBar"), true);
+}
+
+TEST_F(IniSettings, ManyWritesOfOneKeyLeaveTheLastOnDisk) {
+    IniSettingsStore store(path());
+    for (int i = 0; i < 300; ++i) {
+        store.setText("rz.deviceId", QString::number(i));
+        if (i % 7 == 0) {
+            store.remove("rz.deviceId");
+        }
+    }
+    store.setText("other", "o");
+    store.remove("other");
+    EXPECT_EQ(store.text("rz.deviceId"), "299");
+    store.flush();
+    const QByteArray text = fileText();
+    EXPECT_TRUE(text.contains("rz.deviceId=299")) << text.toStdString();
+    EXPECT_FALSE(text.contains("other")) << text.toStdString();
+}
+
+TEST_F(IniSettings, AValueReadsBackAtOnceWhileItsWriteIsUnderWay) {
+    IniSettingsStore store(path());
+    SettingsStore::Dictionary map;
+    for (int i = 0; i < 2000; ++i) {
+        map.insert(QStringLiteral("u-%1").arg(i), QStringLiteral("pas-id-%1").arg(i));
+    }
+    store.setDictionary("colleagues.export.map", map);
+    EXPECT_EQ(store.dictionary("colleagues.export.map"), map);
+    store.flush();
+    EXPECT_EQ(IniSettingsStore(path()).dictionary("colleagues.export.map"), map);
+}
+
+TEST_F(IniSettings, AFileThatCannotBeWrittenIsReportedAndTheValueStillReads) {
+    writeFile("[General]\nrz.deviceId=d0\n");
+    IniSettingsStore store(path());
+    // The folder becomes a plain file: nothing can be written beneath it, not even by root.
+    ASSERT_TRUE(QDir(m_dir.filePath("velnor")).removeRecursively());
+    QFile blocker(m_dir.filePath("velnor"));
+    ASSERT_TRUE(blocker.open(QIODevice::WriteOnly));
+    blocker.close();
+    StderrCapture logs;
+    store.setText("rz.deviceId", "d1");
+    store.flush();
+    const QByteArray logged = logs.take();
+    EXPECT_TRUE(logged.contains("could not be saved")) << logged.toStdString();
+    EXPECT_EQ(store.text("rz.deviceId"), "d1");
 }
 
 TEST_F(IniSettings, TextThatLooksSpecialRoundTrips) {
