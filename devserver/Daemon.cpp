@@ -55,6 +55,10 @@ void Daemon::start(const QString& program, const QStringList& arguments,
     m_process.start(program, arguments);
 }
 
+void Daemon::setEnvironment(const QProcessEnvironment& environment) {
+    m_process.setProcessEnvironment(environment);
+}
+
 void Daemon::stop(int graceMs) {
     if (m_process.state() == QProcess::NotRunning)
         return;

@@ -20,6 +20,8 @@ public:
 
     void start(const QString& program, const QStringList& arguments,
                const QString& workingDirectory = {});
+    // The environment of the next start, in place of rz-devserver's own.
+    void setEnvironment(const QProcessEnvironment& environment);
     // SIGTERM to the group, SIGKILL after the grace time.
     void stop(int graceMs = 1500);
     bool running() const { return m_process.state() != QProcess::NotRunning; }

@@ -5,6 +5,7 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QNetworkDatagram>
 #include <QProcess>
 #include <QRandomGenerator>
@@ -452,6 +453,18 @@ void PhoneSystem::startRecorder() {
 std::unique_ptr<BaresipControl>
 PhoneSystem::startBaresip(Daemon& daemon, const QString& home, const QString& name,
                           quint16 controlPort, void (PhoneSystem::*events)(const Json&)) {
+    // Without Nagle's algorithm on its SIP connection, as a desk phone behaves.
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    if (QFileInfo::exists(QStringLiteral(RZDEV_NODELAY_PRELOAD))) {
+        const QString preload = environment.value(QStringLiteral("LD_PRELOAD"));
+        environment.insert(QStringLiteral("LD_PRELOAD"),
+                           preload.isEmpty() ? QStringLiteral(RZDEV_NODELAY_PRELOAD)
+                                             : QStringLiteral(RZDEV_NODELAY_PRELOAD " ") + preload);
+    } else {
+        std::fprintf(stderr, "rz-devserver: %s is missing; %s keeps Nagle's algorithm\n",
+                     RZDEV_NODELAY_PRELOAD, qPrintable(name));
+    }
+    daemon.setEnvironment(environment);
     daemon.start("baresip", {"-f", home, "-n", "127.0.0.1", "-t", "86400"}, home);
     auto control = std::make_unique<BaresipControl>(name, controlPort);
     connect(control.get(), &BaresipControl::event, this, events);

@@ -97,6 +97,20 @@ QString API::Failure::text() const {
     return {};
 }
 
+QString API::describe(std::exception_ptr failure) {
+    try {
+        std::rethrow_exception(failure);
+    } catch (const Failure& f) {
+        return f.text();
+    } catch (const TransportError& e) {
+        return e.text();
+    } catch (const std::exception& e) {
+        return QString::fromUtf8(e.what());
+    } catch (...) {
+        return tr("Something went wrong.");
+    }
+}
+
 const char* API::Failure::what() const noexcept {
     m_what = text().toUtf8();
     return m_what.constData();

@@ -77,6 +77,9 @@ public:
         QByteArray m_what;
     };
 
+    // The sentence a failed operation shows to the user, whatever it failed with.
+    static QString describe(std::exception_ptr failure);
+
     struct Authorization {
         QUrl url;
         QString verifier;

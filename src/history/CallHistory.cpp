@@ -303,20 +303,6 @@ std::optional<QList<CallHistory::Row>> CallHistory::decodeRows(const QByteArray&
     }
 }
 
-QString CallHistory::describe(std::exception_ptr failure) {
-    try {
-        std::rethrow_exception(failure);
-    } catch (const API::Failure& f) {
-        return f.text();
-    } catch (const API::TransportError& e) {
-        return e.text();
-    } catch (const std::exception& e) {
-        return QString::fromUtf8(e.what());
-    } catch (...) {
-        return tr("Something went wrong.");
-    }
-}
-
 QCoro::Task<> CallHistory::load(std::shared_ptr<API> api, std::optional<QString> before) {
     return load(fetchOf(std::move(api)), std::move(before));
 }
@@ -343,7 +329,7 @@ QCoro::Task<> CallHistory::load(Fetch fetch, std::optional<QString> before) {
         co_return;
     }
     if (failure) {
-        setLastError(describe(failure));
+        setLastError(API::describe(failure));
         setLoading(false);
         co_return;
     }

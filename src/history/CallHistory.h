@@ -114,8 +114,6 @@ public:
     // when the bytes are not such a list, in every detail).
     static QByteArray encodeRows(const QList<Row>& rows);
     static std::optional<QList<Row>> decodeRows(const QByteArray& bytes);
-    // The sentence a failed fetch shows.
-    static QString describe(std::exception_ptr failure);
 
 signals:
     void rowsChanged();

@@ -27,7 +27,11 @@ Item {
     Accessible.role: Accessible.Pane
     Accessible.name: qsTr("Voicemail")
 
-    Component.onCompleted: session.refreshVoicemailFromScreen()
+    Component.onCompleted: {
+        session.refreshVoicemailFromScreen()
+        // The sound pipeline is set up while the list loads, not at the first press.
+        Qt.callLater(() => { if (view.player) view.player.prepare() })
+    }
     // Nothing plays on once the screen is gone.
     Component.onDestruction: if (player) player.stop()
 

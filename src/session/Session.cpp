@@ -104,20 +104,6 @@ void Session::setError(std::optional<QString> error) {
     }
 }
 
-QString Session::failureText(std::exception_ptr failure) {
-    try {
-        std::rethrow_exception(failure);
-    } catch (const API::Failure& f) {
-        return f.text();
-    } catch (const API::TransportError& e) {
-        return e.text();
-    } catch (const std::exception& e) {
-        return QString::fromUtf8(e.what());
-    } catch (...) {
-        return tr("Something went wrong.");
-    }
-}
-
 QCoro::Task<> Session::restore() {
     const bool hasToken = co_await m_api->hasRefreshToken();
     if (!hasToken) {

@@ -153,8 +153,8 @@ public:
     // The colleague's name, else a ring group's with that extension.
     std::optional<QString> colleagueName(const QString& number) const;
 
-    // The text a failure shows to the user.
-    static QString failureText(std::exception_ptr failure);
+    // The text a failure shows to the user: the API's one rule for it.
+    static QString failureText(std::exception_ptr failure) { return API::describe(failure); }
     // The last 10 digits of a number.
     static QString numberKey(const QString& number);
 

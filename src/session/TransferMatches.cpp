@@ -1,18 +1,8 @@
 #include "session/TransferMatches.h"
 
-namespace TransferMatches {
+#include "history/SearchText.h"
 
-QString folded(const QString& text) {
-    const QString decomposed = text.normalized(QString::NormalizationForm_KD);
-    QString out;
-    out.reserve(decomposed.size());
-    for (const QChar c : decomposed) {
-        if (c.category() != QChar::Mark_NonSpacing) {
-            out.append(c);
-        }
-    }
-    return out.toCaseFolded();
-}
+namespace TransferMatches {
 
 std::optional<QString> typedNumber(const QString& query) {
     QString kept;
@@ -38,12 +28,12 @@ QList<Row> of(const Directory& directory, const QString& ownId, const QString& q
     if (const auto number = typedNumber(query)) {
         rows.append({*number, *number, true});
     }
-    const QString needle = folded(trimmed);
+    const QString needle = SearchText::fold(trimmed);
     const auto consider = [&](const Directory::Entry& entry) {
         if (!entry.extension_ || entry.extension_->isEmpty()) {
             return;
         }
-        if (!trimmed.isEmpty() && !folded(entry.name).contains(needle) &&
+        if (!trimmed.isEmpty() && !SearchText::fold(entry.name).contains(needle) &&
             !entry.extension_->startsWith(trimmed)) {
             return;
         }

@@ -23,7 +23,4 @@ QList<Row> of(const Directory& directory, const QString& ownId, const QString& q
 // The typed number, when the query holds nothing but digits, "+" and
 // whitespace, and at least two of the first two.
 std::optional<QString> typedNumber(const QString& query);
-// Case and accents set aside, so that "zoe" finds "Zoë".
-QString folded(const QString& text);
-
 } // namespace TransferMatches

@@ -1,5 +1,6 @@
 #include "shell/ForwardingDraft.h"
 
+#include "history/SearchText.h"
 #include "session/Session.h"
 
 #include <QCollator>
@@ -10,20 +11,6 @@
 #include <algorithm>
 
 namespace {
-
-// Case and accents left out, so that "muller" finds "Müller". The directory
-// screen's search rule is meant to replace this once both are in one tree.
-QString folded(const QString& text) {
-    const QString decomposed = text.normalized(QString::NormalizationForm_KD);
-    QString out;
-    out.reserve(decomposed.size());
-    for (const QChar c : decomposed) {
-        if (c.category() != QChar::Mark_NonSpacing) {
-            out.append(c);
-        }
-    }
-    return out.toCaseFolded();
-}
 
 const Directory::Entry* find(const QList<Directory::Entry>& entries, const QString& id) {
     for (const auto& entry : entries) {
@@ -181,7 +168,7 @@ QVariantList ForwardingDraft::colleagues(const QString& query) const {
     const auto& directory = *m_session->directory();
     const QString myId = m_session->me() ? m_session->me()->id : QString();
     const QString trimmed = query.trimmed();
-    const QString wanted = folded(trimmed);
+    const QString wanted = SearchText::fold(trimmed);
     QCollator collator;
     collator.setCaseSensitivity(Qt::CaseInsensitive);
     auto section = [&](const QList<Directory::Entry>& entries, bool group) {
@@ -190,7 +177,7 @@ QVariantList ForwardingDraft::colleagues(const QString& query) const {
             if (!group && entry.id == myId) {
                 continue;
             }
-            if (wanted.isEmpty() || folded(entry.name).contains(wanted) ||
+            if (wanted.isEmpty() || SearchText::fold(entry.name).contains(wanted) ||
                 entry.extension_.value_or(QString()).startsWith(trimmed)) {
                 hits.append(&entry);
             }

@@ -40,6 +40,11 @@ public:
     double progress() const { return m_progress; }
     double elapsed() const { return m_elapsed; }
 
+    // Sets up the sound pipeline (a few hundred ms, mostly the media backend's
+    // first start), so that the first play does not wait for it.
+    Q_INVOKABLE void prepare() { makePlayer(); }
+    bool prepared() const { return m_player != nullptr; }
+
     // Starts a local file; false with the reason when it cannot be played.
     bool play(const QString& path, const QString& id, QString* why = nullptr);
     Q_INVOKABLE void toggle();

@@ -1,6 +1,15 @@
 #include "PhoneKit.h"
 
 #include <QElapsedTimer>
+#include <QFileInfo>
+
+#include <map>
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 using namespace kit;
 
@@ -33,6 +42,65 @@ void talkFor(std::chrono::milliseconds duration) {
     QEventLoop loop;
     QTimer::singleShot(duration, &loop, &QEventLoop::quit);
     loop.exec();
+}
+
+// The processes rz-devserver started under that program name.
+std::vector<pid_t> partiesNamed(qint64 server, const QString& comm) {
+    std::vector<pid_t> found;
+    const QDir tasks(QString("/proc/%1/task").arg(server));
+    for (const QString& task : tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QFile children(tasks.filePath(task + "/children"));
+        if (!children.open(QIODevice::ReadOnly))
+            continue;
+        for (const QByteArray& pid : children.readAll().split(' ')) {
+            QFile name("/proc/" + pid.trimmed() + "/comm");
+            if (!pid.trimmed().isEmpty() && name.open(QIODevice::ReadOnly) &&
+                name.readAll().trimmed() == comm.toUtf8())
+                found.push_back(pid_t(pid.trimmed().toInt()));
+        }
+    }
+    return found;
+}
+
+struct TcpSocket {
+    quint16 remotePort = 0; // 0 for a listening socket
+    bool noDelay = false;
+};
+
+// Every TCP socket of a process, with TCP_NODELAY read on a copy of its descriptor.
+std::vector<TcpSocket> tcpSocketsOf(pid_t pid) {
+    // Socket inode to remote port, from the process's own table.
+    std::map<QByteArray, quint16> remotes;
+    QFile table(QString("/proc/%1/net/tcp").arg(pid));
+    if (!table.open(QIODevice::ReadOnly))
+        return {};
+    for (const QByteArray& line : table.readAll().split('\n')) {
+        const QList<QByteArray> fields = line.simplified().split(' ');
+        if (fields.size() > 9 && fields[0] != "sl")
+            remotes[fields[9]] = quint16(fields[2].split(':').value(1).toUInt(nullptr, 16));
+    }
+    std::vector<TcpSocket> result;
+    // By system call: the C library's own declarations lack C linkage here.
+    const int process = int(syscall(SYS_pidfd_open, pid, 0));
+    if (process < 0)
+        return {};
+    const QDir fds(QString("/proc/%1/fd").arg(pid));
+    for (const QString& fd : fds.entryList(QDir::System | QDir::NoDotAndDotDot)) {
+        const QString target = QFile::symLinkTarget(fds.filePath(fd));
+        const auto found = remotes.find(target.section('[', 1).section(']', 0, 0).toUtf8());
+        if (!target.contains("socket:[") || found == remotes.end())
+            continue;
+        const int copy = int(syscall(SYS_pidfd_getfd, process, fd.toInt(), 0));
+        if (copy < 0)
+            continue;
+        int on = 0;
+        socklen_t length = sizeof on;
+        const bool read = getsockopt(copy, IPPROTO_TCP, TCP_NODELAY, &on, &length) == 0;
+        result.push_back({found->second, read && on != 0});
+        ::close(copy);
+    }
+    ::close(process);
+    return result;
 }
 
 } // namespace
@@ -191,6 +259,25 @@ TEST(DevServerPhone, ABlindTransferHandsTheColleagueOnToTheTarget) {
             talkFor(100ms);
     }
     EXPECT_TRUE(transferred) << phone.dump();
+}
+
+// Their SIP library leaves Nagle's algorithm on; a NOTIFY written right after
+// a 202 then waited ~40 ms for the proxy's delayed ACK on every transfer.
+TEST(DevServerPhone, TheColleaguesAndTheRecorderSpeakSipWithoutNaglesAlgorithm) {
+    PhoneServer server;
+    const auto parties = partiesNamed(server.process().pid(), "baresip");
+    ASSERT_EQ(parties.size(), 2u);
+    int toKamailio = 0;
+    for (const pid_t party : parties) {
+        const auto sockets = tcpSocketsOf(party);
+        ASSERT_FALSE(sockets.empty()) << "baresip " << party << " has no TCP socket";
+        for (const auto& socket : sockets) {
+            EXPECT_TRUE(socket.noDelay) << "baresip " << party << " to " << socket.remotePort;
+            toKamailio += socket.remotePort == server.edgePort("tcp");
+        }
+    }
+    // The colleagues' registrations hold the connection that carries their calls.
+    EXPECT_GE(toKamailio, 1);
 }
 
 TEST(DevServerPhone, TheBusyColleagueRefusesWith486) {

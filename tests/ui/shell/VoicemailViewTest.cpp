@@ -6,6 +6,7 @@
 #include "RunTask.h"
 #include "StderrCapture.h"
 #include "shell/TrayIcon.h"
+#include "shell/VoicemailPlayer.h"
 
 using nlohmann::json;
 using namespace std::chrono_literals;
@@ -60,6 +61,14 @@ TEST_F(VoicemailView, BeforeTheUserHasArrivedTheSkeletonShowsNotNoMailbox) {
     EXPECT_TRUE(shows("voicemailSkeleton"));
     EXPECT_FALSE(shows("voicemailNoMailbox"));
     screenshot("voicemail-skeleton-light");
+}
+
+TEST_F(VoicemailView, OpeningTheScreenSetsUpTheSoundBeforeAnyPress) {
+    auto& player = app().shellState().player();
+    ASSERT_FALSE(player.prepared());
+    showScreen();
+    EXPECT_TRUE(spinUntil([&] { return player.prepared(); }, 5s));
+    EXPECT_FALSE(player.playing());
 }
 
 TEST_F(VoicemailView, ListsTheMessagesWithUnreadDotsAndNames) {

@@ -111,6 +111,16 @@ TEST(FailureText, OAuthAndSignedOut) {
     EXPECT_EQ(API::Failure::signedOut().text(), "Signed out. Please sign in again.");
 }
 
+// One rule for every owner of a user action and every list's error field.
+TEST(Describe, AFailureReadsAsItsOwnSentenceWhateverItFailedWith) {
+    const auto of = [](auto thrown) { return API::describe(std::make_exception_ptr(thrown)); };
+    EXPECT_EQ(of(API::Failure::http(403, "Not allowed")), "HTTP 403: Not allowed");
+    EXPECT_EQ(of(API::Failure::signedOut()), "Signed out. Please sign in again.");
+    EXPECT_EQ(of(API::TransportError("Connection refused")), "Connection refused");
+    EXPECT_EQ(of(std::runtime_error("disk full")), "disk full");
+    EXPECT_EQ(of(42), "Something went wrong.");
+}
+
 TEST(ApiWithoutTokens, ARequestFailsSignedOutBeforeTouchingTheNetwork) {
     MemorySecureStore store;
     auto api = API::make(QUrl("http://127.0.0.1:1/"), store);

@@ -46,6 +46,15 @@ TEST(TransferMatches, ANameMatchesIgnoringCaseAndAccents) {
               (QStringList{"Bo Lind", "Main line"}));
 }
 
+TEST(TransferMatches, ANameMatchesByTheDirectorysOwnSearchRuleForMarkedLetters) {
+    Directory d;
+    d.users = {entry("u-5", "Ayşe Işık", "210"), entry("u-6", "Łukasz Øster", "211"),
+               entry("u-7", "Jürgen Straße", "212")};
+    EXPECT_EQ(names(TransferMatches::of(d, "u-1", "isik")), QStringList{"Ayşe Işık"});
+    EXPECT_EQ(names(TransferMatches::of(d, "u-1", "lukasz oster")), QStringList{"Łukasz Øster"});
+    EXPECT_EQ(names(TransferMatches::of(d, "u-1", "strasse")), QStringList{"Jürgen Straße"});
+}
+
 TEST(TransferMatches, AnExtensionMatchesByItsStart) {
     const auto rows = TransferMatches::of(directory(), "u-9", "21");
     ASSERT_EQ(rows.size(), 2);
