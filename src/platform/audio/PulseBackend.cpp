@@ -159,8 +159,11 @@ protected:
         m_formatError.reset();
         auto info = serverInfo(*m_context);
         if (!info) {
-            m_formatError = AudioError{PA_ERR_TIMEOUT, noAnswer};
-            return {};
+            // A server that took the connection and then stopped answering:
+            // as with no answer to the connection, the start that follows says so.
+            m_guessedFormat = true;
+            m_unanswered = AudioError{PA_ERR_TIMEOUT, noAnswer};
+            return guess;
         }
         struct Ask {
             PulseContext* context;

@@ -85,6 +85,7 @@ void PulseContext::dropContext() {
 void PulseContext::onState(pa_context* context, void* data) {
     auto* self = static_cast<PulseContext*>(data);
     self->m_unanswered = false;
+    self->m_silentUntil = {};
     const pa_context_state_t state = pa_context_get_state(context);
     if (state == PA_CONTEXT_READY) {
         self->m_wasReady = true;
@@ -201,6 +202,9 @@ std::optional<AudioError> PulseContext::waitFor(const std::function<bool()>& don
     if (m_context == nullptr) {
         return AudioError{PA_ERR_CONNECTIONREFUSED, pa_strerror(PA_ERR_CONNECTIONREFUSED)};
     }
+    if (std::chrono::steady_clock::now() < m_silentUntil) {
+        return AudioError{PA_ERR_TIMEOUT, noAnswer};
+    }
     struct Alarm {
         pa_threaded_mainloop* loop;
         bool rang = false;
@@ -224,6 +228,9 @@ std::optional<AudioError> PulseContext::waitFor(const std::function<bool()>& don
     }
     if (timer != nullptr) {
         api()->time_free(timer);
+    }
+    if (result && ready()) {
+        m_silentUntil = std::chrono::steady_clock::now() + waitBound;
     }
     return result;
 }

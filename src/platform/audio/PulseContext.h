@@ -6,6 +6,7 @@
 #include <pulse/def.h>
 #include <pulse/thread-mainloop.h>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -87,8 +88,11 @@ private:
     pa_time_event* m_retry = nullptr;
     bool m_wasReady = false;
     // A wait for the connection ran out, and its state has not moved since:
-    // the next wait gives up at once rather than block for the bound again.
+    // the next wait for it gives up at once rather than block for the bound again.
     bool m_unanswered = false;
+    // Until then, after a wait on a ready connection ran out, the server is
+    // taken as frozen: waits give up at once (a state change ends it sooner).
+    std::chrono::steady_clock::time_point m_silentUntil;
     std::map<int, Listener> m_listeners;
     int m_nextToken = 1;
 };
