@@ -4,6 +4,7 @@
 // long the main thread is held; for the settings calls use, with the library's
 // defaults as the baseline, measured in the same run.
 
+#include "ClickListener.h"
 #include "EchoPath.h"
 #include "EngineCallAudio.h"
 #include "PulseAudioServer.h"
@@ -84,8 +85,16 @@ public:
     Clock::time_point heardAt;
 };
 
+// Latency both ways through the sound server. The instant a click is at a
+// source (the microphone's stand-in) or reaches a sink's monitor (the ear's)
+// is taken by a listener of our own in 2 ms fragments, on this process's
+// clock: the helper's playback latency is not subtracted, as the server counts
+// in it the time after the mix that a monitor never waits (and PipeWire's
+// server reports it larger than what the click spends before the mix).
 struct Latency {
     double mouthToWire = -1;
+    double mouthDevice = -1;   // the source's own latency as the server reports it
+    double mouthMeasured = -1; // the source to the wire, measured: stream, capture thread, call
     double wireToEar = -1;
 };
 
@@ -107,74 +116,53 @@ Latency measureLatency(const VoiceSettings& settings) {
         return {};
     }
 
-    // A listener on the ear's monitor and a talker into the mouth, both plain.
-    PulseBackend::Options earOptions;
-    earOptions.source = "ear.monitor";
-    PulseBackend earBackend(earOptions);
-    auto ear = earBackend.makeEngine();
-    std::atomic<bool> earListening{false};
-    Clock::time_point earHeard;
-    ear->attachSource({8000.0, 1},
-                      [](float* out, std::uint32_t n) { std::fill(out, out + n, 0.0f); });
-    ear->installTap(960, [&](const float* s, std::uint32_t frames, const AudioFormat& f) {
-        if (!earListening) {
-            return;
-        }
-        for (std::uint32_t i = 0; i < frames; ++i) {
-            if (std::abs(s[std::size_t(i) * f.channels]) > 0.1f) {
-                earHeard = Clock::now() - std::chrono::microseconds(
-                                              std::int64_t((frames - i) * 1e6 / f.sampleRate));
-                earListening = false;
-                return;
-            }
-        }
-    });
+    // A talker into the mouth, and listeners on both monitors.
     PulseBackend::Options mouthOptions;
     mouthOptions.sink = "mouth";
     mouthOptions.source = "mouth.monitor";
     PulseBackend mouthBackend(mouthOptions);
     auto mouth = mouthBackend.makeEngine();
     std::atomic<bool> speak{false};
-    Clock::time_point spokenAt;
     mouth->attachSource({8000.0, 1}, [&](float* out, std::uint32_t n) {
         std::fill(out, out + n, 0.0f);
         if (speak.exchange(false)) {
             for (std::uint32_t i = 0; i < std::min<std::uint32_t>(n, 160); ++i) {
                 out[i] = (i / 4) % 2 ? 0.5f : -0.5f;
             }
-            spokenAt = Clock::now();
         }
     });
     mouth->installTap(960, [](const float*, std::uint32_t, const AudioFormat&) {});
-    if (ear->start() || mouth->start()) {
+    ClickListener atMouth("mouth.monitor");
+    ClickListener atEar("ear.monitor");
+    if (mouth->start() || !atMouth.recording() || !atEar.recording()) {
         std::fprintf(stderr, "helper streams did not start\n");
         return {};
     }
     QThread::msleep(500); // let the streams' latencies settle before measuring
 
-    std::vector<double> toEar, fromMouth;
+    std::vector<double> toEar, fromMouth, device, measured;
     for (int round = 0; round < 7; ++round) {
-        earListening = true;
+        atEar.arm();
         call->playBurst = true;
-        if (waitUntil([&] { return !earListening; }, 2s)) {
-            const double record = pulseLatency(*ear).recordMs;
-            toEar.push_back(ms(earHeard - call->pulledAt) - record);
+        if (atEar.waitHeard(2s)) {
+            toEar.push_back(ms(atEar.heardAt() - call->pulledAt));
         }
         QThread::msleep(200);
         call->listening = true;
         call->heard = false;
+        atMouth.arm();
         speak = true;
-        if (waitUntil([&] { return call->heard.load(); }, 2s)) {
-            const double play = pulseLatency(*mouth).playbackMs;
-            fromMouth.push_back(ms(call->heardAt - spokenAt) - play);
+        if (atMouth.waitHeard(2s) && waitUntil([&] { return call->heard.load(); }, 2s)) {
+            measured.push_back(ms(call->heardAt - atMouth.heardAt()));
+            device.push_back(std::max(0.0, atMouth.sourceLatencyMs()));
+            fromMouth.push_back(device.back() + measured.back());
         }
         call->listening = false;
         QThread::msleep(200);
     }
     audio->stop();
-    ear->stop();
     mouth->stop();
-    return {median(fromMouth), median(toEar)};
+    return {median(fromMouth), median(device), median(measured), median(toEar)};
 }
 
 // Far-end speech played through a room (the speaker's monitor looped back into
@@ -309,11 +297,30 @@ int main(int argc, char** argv) {
     const VoiceSettings tuned = VoiceSettings::tuned();
     const VoiceSettings baseline = VoiceSettings::libraryDefaults();
 
+    if (argc > 1 && std::string(argv[1]) == "latency") {
+        // The latency figures alone, through PulseAudio and PipeWire.
+        for (const auto kind :
+             {PulseAudioServer::Kind::pulseaudio, PulseAudioServer::Kind::pipewire}) {
+            PulseAudioServer::use(kind);
+            const char* suffix = kind == PulseAudioServer::Kind::pipewire ? "_pipewire" : "";
+            const Latency figures = measureLatency(tuned);
+            std::printf("mouth_to_wire_ms%s: %.2f\n", suffix, figures.mouthToWire);
+            std::printf("mouth_to_wire_device_ms%s: %.2f\n", suffix, figures.mouthDevice);
+            std::printf("mouth_to_wire_stream_and_pipeline_ms%s: %.2f\n", suffix,
+                        figures.mouthMeasured);
+            std::printf("wire_to_ear_ms%s: %.2f\n", suffix, figures.wireToEar);
+        }
+        PulseAudioServer::use(PulseAudioServer::Kind::pulseaudio);
+        return 0;
+    }
+
     // Latency, the microphone to the wire and the wire to the ear.
     const Latency latency = measureLatency(tuned);
     const Latency latencyBase = measureLatency(baseline);
     print("capture_latency_ms", latency.mouthToWire);
     print("playback_latency_ms", latency.wireToEar);
+    print("capture_latency_device_ms", latency.mouthDevice);
+    print("capture_latency_stream_and_pipeline_ms", latency.mouthMeasured);
 
     // Gain control would move the near end's level by itself; the echo figures leave it out.
     VoiceSettings echoTuned = tuned;
@@ -366,6 +373,8 @@ int main(int argc, char** argv) {
     const double roomPipeWire = roomEnergy(far, echoTuned, true);
     PulseAudioServer::use(PulseAudioServer::Kind::pulseaudio);
     print("mouth_to_wire_ms_pipewire", latencyPipeWire.mouthToWire);
+    print("mouth_to_wire_device_ms_pipewire", latencyPipeWire.mouthDevice);
+    print("mouth_to_wire_stream_and_pipeline_ms_pipewire", latencyPipeWire.mouthMeasured);
     print("wire_to_ear_ms_pipewire", latencyPipeWire.wireToEar);
     print("erle_db_pulse_room_pipewire",
           10 * std::log10(openPipeWire / std::max(roomPipeWire, 1.0)));

@@ -200,11 +200,43 @@ void CallSession::release() {
     m_client = nullptr;
 }
 
+namespace {
+
+// Whether a body ran on into the connection's next message: its
+// Content-Length promised more than came before that message.
+bool holdsAnotherMessage(const struct mbuf* body) {
+    const std::string_view text(reinterpret_cast<const char*>(mbuf_buf(body)), mbuf_get_left(body));
+    return text.find("SIP/2.0") != std::string_view::npos;
+}
+
+} // namespace
+
+void CallSession::checkBody(const struct sip_msg* msg) {
+    if (mbuf_get_left(msg->mb) == 0 || !holdsAnotherMessage(msg->mb) || !m_client) {
+        return;
+    }
+    // Not inside the library's handler of a response on that very connection.
+    Loop::instance().post([client = m_client->weak_from_this()] {
+        if (auto alive = client.lock()) {
+            alive->dropUntrustedConnection("a body that runs into the next message");
+        }
+    });
+}
+
 void CallSession::onProgress(const struct sip_msg* msg, void* arg) {
     auto* self = static_cast<CallSession*>(arg);
-    if (msg->scode == 183 && mbuf_get_left(msg->mb) > 0) {
-        // Early media: the ringback or announcement is played as it comes.
-        self->applyRemoteDescription(msg->mb, false);
+    self->checkBody(msg);
+    if (msg->scode == 183 && mbuf_get_left(msg->mb) > 0 &&
+        !self->applyRemoteDescription(msg->mb, false)) {
+        // Early media that cannot be played tells of an answer that cannot be
+        // either. The call goes on the loop's next turn, outside the library's handler.
+        warn("call " + self->m_callId + ": the far end's early media cannot be read");
+        Loop::instance().post([weak = self->weak_from_this()] {
+            if (auto call = weak.lock()) {
+                call->ended(unreadableAnswer);
+            }
+        });
+        return;
     }
     if ((msg->scode == 180 || msg->scode == 183) && !self->m_ringingReported) {
         self->m_ringingReported = true;
@@ -214,6 +246,7 @@ void CallSession::onProgress(const struct sip_msg* msg, void* arg) {
 
 int CallSession::onAnswer(const struct sip_msg* msg, void* arg) {
     auto* self = static_cast<CallSession*>(arg);
+    self->checkBody(msg);
     if (!self->applyRemoteDescription(msg->mb, false) && !self->m_established) {
         // Nothing to send audio to: the call ends as soon as it is up.
         self->m_unusableAnswer = true;
@@ -243,12 +276,18 @@ int CallSession::onOffer(struct mbuf** descp, const struct sip_msg* msg, void* a
     return sdp_encode(descp, self->m_sdp, false);
 }
 
-void CallSession::onEstablished(const struct sip_msg*, void* arg) {
+void CallSession::onEstablished(const struct sip_msg* msg, void* arg) {
     auto* self = static_cast<CallSession*>(arg);
     self->m_established = true;
     if (self->m_unusableAnswer) {
         warn("call " + self->m_callId + ": the far end's answer has no usable audio");
-        self->ended("The far end's answer could not be read.");
+        self->ended(unreadableAnswer);
+        return;
+    }
+    if (!self->m_incoming && !hasAnswerableContact(msg)) {
+        // Nothing in the dialog could reach the far end again, a BYE included.
+        warn("call " + self->m_callId + ": the far end's answer has a Contact that cannot be read");
+        self->ended(unreadableAnswer);
         return;
     }
     self->report(CallState::connected());
@@ -259,6 +298,11 @@ void CallSession::onClosed(int err, const struct sip_msg* msg, void* arg) {
     std::string reason;
     if (msg && msg->scode >= 300) {
         reason = reasonForStatus(msg->scode, text(msg->reason));
+    } else if (err && msg && msg->scode >= 200 && !self->m_established) {
+        // The library could not make a dialog of the answer (its Contact, say).
+        warn(format("call %s: the far end's answer could not be used (%s)", self->m_callId.c_str(),
+                    strerror(err)));
+        reason = unreadableAnswer;
     } else if (self->m_transferDone) {
         reason = "Transferred";
     } else if (err == ECONNRESET || !err) {

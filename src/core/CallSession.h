@@ -51,6 +51,9 @@ public:
     std::uint16_t accept(const struct sip_msg* msg, bool secure);
     void release();
     void ended(const std::string& reason);
+    // An outgoing call whose final answer has not come yet.
+    bool awaitingAnswer() const { return !m_incoming && !m_established && !m_over; }
+    static constexpr const char* unreadableAnswer = "The far end's answer could not be read.";
     // False when the description is unreadable or has no codec in common.
     bool applyRemoteDescription(const struct mbuf* body, bool offer);
     // A re-INVITE of ours that the far end refused.
@@ -71,6 +74,8 @@ private:
     static void onReferClosed(int err, const struct sip_msg* msg,
                               const struct sipevent_substate* substate, void* arg);
     void report(CallState state);
+    // Loop thread: drops the connection when an answer's body swallowed the next message.
+    void checkBody(const struct sip_msg* msg);
     void updateDirection();
 
     Client* m_client; // null once released

@@ -318,11 +318,33 @@ void Client::onConnectionLost(int err, void* arg) {
         warn(format("the registrar sent a message that could not be read, so its connection to "
                     "%s was closed; registering again",
                     self->serverName().c_str()));
+        // An answer to a call still waiting can only come on the connection
+        // that carried its INVITE; the unreadable message was most likely it.
+        auto calls = self->m_calls;
+        for (auto& [id, call] : calls) {
+            if (call->awaitingAnswer()) {
+                call->ended(CallSession::unreadableAnswer);
+            }
+        }
     } else {
         warn(format("the connection to %s closed (%s); registering again",
                     self->serverName().c_str(), strerror(err)));
     }
     self->registerOnNewConnection();
+}
+
+void Client::dropUntrustedConnection(const std::string& why) {
+    if (m_stopping || !m_sip) {
+        return;
+    }
+    warn(format("the registrar sent a message that could not be read (%s), so its connection to "
+                "%s was closed; registering again",
+                why.c_str(), serverName().c_str()));
+    // Flushing takes the transport down with its connections; the
+    // registration opens it again.
+    sip_transp_flush(m_sip);
+    m_transportOpen = false;
+    registerOnNewConnection();
 }
 
 void Client::registerOnNewConnection() {
@@ -839,23 +861,6 @@ std::shared_ptr<Call> Client::placeCall(const std::string& number) {
     });
 }
 
-namespace {
-
-// A SIP or SIPS address with a host of host-name or IP characters only; the
-// reader is lenient enough to take "<sip:user@" as a host named "user@".
-bool isAnswerableAddress(const struct uri& uri) {
-    const std::string scheme = text(uri.scheme);
-    if (strcasecmp(scheme.c_str(), "sip") != 0 && strcasecmp(scheme.c_str(), "sips") != 0) {
-        return false;
-    }
-    const std::string host = text(uri.host);
-    return !host.empty() && std::all_of(host.begin(), host.end(), [](unsigned char c) {
-        return std::isalnum(c) || c == '.' || c == '-' || c == ':' || c == '[' || c == ']';
-    });
-}
-
-} // namespace
-
 void Client::onIncoming(const struct sip_msg* msg, void* arg) {
     auto* self = static_cast<Client*>(arg);
     if (self->m_stopping) {
@@ -879,23 +884,13 @@ void Client::onIncoming(const struct sip_msg* msg, void* arg) {
         const std::string digits = text(length->val);
         if (digits.empty() || !std::all_of(digits.begin(), digits.end(),
                                            [](unsigned char c) { return std::isdigit(c); })) {
-            warn(format("the registrar sent a message that could not be read (a Content-Length "
-                        "of \"%s\"), so its connection to %s was closed; registering again",
-                        digits.c_str(), self->serverName().c_str()));
             sip_treply(nullptr, self->m_sip, msg, 400, "Bad Request");
-            // Flushing takes the transport down with its connections; the
-            // registration opens it again.
-            sip_transp_flush(self->m_sip);
-            self->m_transportOpen = false;
-            self->registerOnNewConnection();
+            self->dropUntrustedConnection(format("a Content-Length of \"%s\"", digits.c_str()));
             return;
         }
     }
     // The dialog answers to the Contact; an offer without a readable one cannot be answered.
-    const struct sip_hdr* contact = sip_msg_hdr(msg, SIP_HDR_CONTACT);
-    struct sip_addr contactAddress;
-    if (!contact || sip_addr_decode(&contactAddress, &contact->val) ||
-        !isAnswerableAddress(contactAddress.uri)) {
+    if (!hasAnswerableContact(msg)) {
         info("refusing call " + text(msg->callid) + ": its Contact cannot be read");
         sip_treply(nullptr, self->m_sip, msg, 400, "Bad Request");
         return;

@@ -38,6 +38,10 @@ public:
     // Loop thread.
     void reportCall(const std::string& callId, const CallState& state);
     void forget(const std::string& callId);
+    // A message on the registrar's connection could not be read where it
+    // ended, so nothing after it on that connection can be trusted: the
+    // connection is replaced and the registration made again on the new one.
+    void dropUntrustedConnection(const std::string& why);
     std::string uriFor(const std::string& user) const;
 
     static int onAuth(char** user, char** password, const char* realm, void* arg);

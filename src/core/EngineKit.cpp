@@ -2,9 +2,12 @@
 
 #include "Log.h"
 
+#include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
+#include <strings.h>
 
 namespace core {
 
@@ -39,6 +42,32 @@ std::string addressText(const sa& address) {
     char host[64] = "";
     sa_ntop(&address, host, sizeof host);
     return format("%s:%u", host, sa_port(&address));
+}
+
+bool hasAnswerableContact(const struct sip_msg* msg) {
+    const struct sip_hdr* contact = sip_msg_hdr(msg, SIP_HDR_CONTACT);
+    if (!contact) {
+        return false;
+    }
+    // The reader is lenient: it takes "<sip:user@" as a host named "user@",
+    // and an address whose bracket never closes as one that does.
+    const std::string value = text(contact->val);
+    const auto opened = std::count(value.begin(), value.end(), '<');
+    if (opened > 1 || opened != std::count(value.begin(), value.end(), '>')) {
+        return false;
+    }
+    struct sip_addr address;
+    if (sip_addr_decode(&address, &contact->val)) {
+        return false;
+    }
+    const std::string scheme = text(address.uri.scheme);
+    if (strcasecmp(scheme.c_str(), "sip") != 0 && strcasecmp(scheme.c_str(), "sips") != 0) {
+        return false;
+    }
+    const std::string host = text(address.uri.host);
+    return !host.empty() && std::all_of(host.begin(), host.end(), [](unsigned char c) {
+        return std::isalnum(c) || c == '.' || c == '-' || c == ':' || c == '[' || c == ']';
+    });
 }
 
 } // namespace core

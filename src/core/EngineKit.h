@@ -24,4 +24,7 @@ std::uint64_t nowMs();
 // "127.0.0.1:5060" style text of an address.
 std::string addressText(const sa& address);
 
+// Whether a message's Contact is a SIP or SIPS address a dialog can answer to.
+bool hasAnswerableContact(const struct sip_msg* msg);
+
 } // namespace core

@@ -2,6 +2,7 @@
 
 #include "audio/DelayEstimate.h"
 #include "audio/EngineBase.h"
+#include "audio/PulseContext.h"
 #include "audio/SampleRing.h"
 
 #include <pulse/pulseaudio.h>
@@ -20,7 +21,6 @@
 namespace {
 
 // No wait on the sound server lasts longer than this; then it is an error.
-constexpr auto waitBound = std::chrono::seconds(2);
 const char* const noAnswer = "the sound server did not answer within 2 s";
 constexpr double blockSeconds = 0.020;
 // Events come in bursts (a new sink brings its monitor source); one report each.
@@ -28,188 +28,47 @@ constexpr pa_usec_t coalesceUsec = 30 * 1000;
 constexpr pa_usec_t latencyPollUsec = 250 * 1000;
 const AudioFormat guess{48000.0, 1};
 
-// The locked main loop, for the scope of a block.
-class LoopLock {
-public:
-    explicit LoopLock(pa_threaded_mainloop* loop) : m_loop(loop) {
-        pa_threaded_mainloop_lock(loop);
-    }
-    ~LoopLock() { pa_threaded_mainloop_unlock(m_loop); }
-    LoopLock(const LoopLock&) = delete;
-    LoopLock& operator=(const LoopLock&) = delete;
-
-private:
-    pa_threaded_mainloop* m_loop;
+struct ServerInfo {
+    std::string defaultSink;
+    std::string defaultSource;
 };
 
-// One context on its own threaded main loop.
-class Connection {
-public:
-    Connection() = default;
-    ~Connection() { close(); }
-    Connection(const Connection&) = delete;
-    Connection& operator=(const Connection&) = delete;
-
-    std::optional<AudioError> open(const std::string& server, const std::string& name) {
-        m_loop = pa_threaded_mainloop_new();
-        if (m_loop == nullptr || pa_threaded_mainloop_start(m_loop) < 0) {
-            return AudioError{PA_ERR_INTERNAL, "cannot start the PulseAudio main loop"};
-        }
-        LoopLock lock(m_loop);
-        m_context = pa_context_new(pa_threaded_mainloop_get_api(m_loop), name.c_str());
-        if (m_context == nullptr) {
-            return AudioError{PA_ERR_INTERNAL, "cannot make a PulseAudio context"};
-        }
-        pa_context_set_state_callback(
-            m_context,
-            [](pa_context* context, void* data) {
-                auto* self = static_cast<Connection*>(data);
-                const pa_context_state_t state = pa_context_get_state(context);
-                if (state == PA_CONTEXT_READY) {
-                    self->m_ready = true;
-                } else if (!PA_CONTEXT_IS_GOOD(state) && self->m_ready && self->m_lost) {
-                    self->m_ready = false;
-                    self->m_lost();
-                }
-                pa_threaded_mainloop_signal(self->m_loop, 0);
-            },
-            this);
-        if (pa_context_connect(m_context, server.empty() ? nullptr : server.c_str(),
-                               PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) {
-            return error();
-        }
-        bool failed = false;
-        auto bounded = waitFor([&] {
-            const pa_context_state_t state = pa_context_get_state(m_context);
-            failed = !PA_CONTEXT_IS_GOOD(state);
-            return state == PA_CONTEXT_READY || failed;
-        });
-        if (failed) {
-            return error();
-        }
-        return bounded;
-    }
-
-    // With the loop locked: waits until `done` holds, woken by the loop's
-    // signals, for at most the bound.
-    std::optional<AudioError> waitFor(const std::function<bool()>& done) {
-        if (done()) {
-            return std::nullopt;
-        }
-        struct Alarm {
-            pa_threaded_mainloop* loop;
-            bool rang = false;
-        } alarm{m_loop};
-        const auto bound = std::chrono::duration_cast<std::chrono::microseconds>(waitBound);
-        pa_time_event* timer = pa_context_rttime_new(
-            m_context, pa_rtclock_now() + pa_usec_t(bound.count()),
-            [](pa_mainloop_api*, pa_time_event*, const timeval*, void* data) {
-                auto* a = static_cast<Alarm*>(data);
-                a->rang = true;
-                pa_threaded_mainloop_signal(a->loop, 0);
-            },
-            &alarm);
-        std::optional<AudioError> result;
-        while (!done()) {
-            if (alarm.rang || timer == nullptr) {
-                result = AudioError{PA_ERR_TIMEOUT, noAnswer};
-                break;
+// With the loop locked: the server's defaults, or nothing within the bound.
+std::optional<ServerInfo> serverInfo(PulseContext& context) {
+    struct Ask {
+        PulseContext* context;
+        std::optional<ServerInfo> info;
+    } ask{&context, std::nullopt};
+    (void)context.wait(pa_context_get_server_info(
+        context.context(),
+        [](pa_context*, const pa_server_info* i, void* data) {
+            auto* a = static_cast<Ask*>(data);
+            if (i != nullptr) {
+                a->info = ServerInfo{i->default_sink_name ? i->default_sink_name : "",
+                                     i->default_source_name ? i->default_source_name : ""};
             }
-            pa_threaded_mainloop_wait(m_loop);
-        }
-        if (timer != nullptr) {
-            pa_threaded_mainloop_get_api(m_loop)->time_free(timer);
-        }
-        return result;
-    }
-
-    void close() {
-        if (m_loop != nullptr) {
-            pa_threaded_mainloop_stop(m_loop);
-        }
-        if (m_context != nullptr) {
-            pa_context_disconnect(m_context);
-            pa_context_unref(m_context);
-            m_context = nullptr;
-        }
-        if (m_loop != nullptr) {
-            pa_threaded_mainloop_free(m_loop);
-            m_loop = nullptr;
-        }
-    }
-
-    AudioError error() const {
-        int code = m_context != nullptr ? pa_context_errno(m_context) : PA_ERR_INTERNAL;
-        return AudioError{code, pa_strerror(code)};
-    }
-
-    // With the loop locked: waits until the operation is done, within the bound.
-    // An operation that did not finish is cancelled, so its callback never runs.
-    std::optional<AudioError> wait(pa_operation* op) {
-        if (op == nullptr) {
-            return error();
-        }
-        auto failure = waitFor([op] { return pa_operation_get_state(op) != PA_OPERATION_RUNNING; });
-        if (failure) {
-            pa_operation_cancel(op);
-        }
-        pa_operation_unref(op);
-        return failure;
-    }
-
-    struct ServerInfo {
-        std::string defaultSink;
-        std::string defaultSource;
-    };
-    // With the loop locked.
-    std::optional<ServerInfo> serverInfo() {
-        struct Ask {
-            Connection* self;
-            std::optional<ServerInfo> info;
-        } ask{this, std::nullopt};
-        (void)wait(pa_context_get_server_info(
-            m_context,
-            [](pa_context*, const pa_server_info* i, void* data) {
-                auto* a = static_cast<Ask*>(data);
-                if (i != nullptr) {
-                    a->info = ServerInfo{i->default_sink_name ? i->default_sink_name : "",
-                                         i->default_source_name ? i->default_source_name : ""};
-                }
-                pa_threaded_mainloop_signal(a->self->m_loop, 0);
-            },
-            &ask));
-        return ask.info;
-    }
-
-    pa_threaded_mainloop* loop() const { return m_loop; }
-    pa_context* context() const { return m_context; }
-    // Runs on the loop's thread when a ready connection goes (the server quit or crashed).
-    void onLost(std::function<void()> lost) { m_lost = std::move(lost); }
-
-private:
-    bool m_ready = false;
-    std::function<void()> m_lost;
-    pa_threaded_mainloop* m_loop = nullptr;
-    pa_context* m_context = nullptr;
-};
+            a->context->signal();
+        },
+        &ask));
+    return ask.info;
+}
 
 class PulseEngine : public EngineBase {
 public:
-    explicit PulseEngine(PulseBackend::Options options)
-        : EngineBase(options.voice), m_options(std::move(options)) {}
+    PulseEngine(PulseBackend::Options options, std::shared_ptr<PulseContext> context,
+                std::shared_ptr<std::atomic<int>> underflows)
+        : EngineBase(options.voice), m_options(std::move(options)), m_context(std::move(context)),
+          m_underflows(std::move(underflows)) {}
 
     ~PulseEngine() override {
         stop();
-        if (m_connection) {
-            {
-                LoopLock lock(m_connection->loop());
-                if (m_coalesce != nullptr) {
-                    pa_threaded_mainloop_get_api(m_connection->loop())->time_free(m_coalesce);
-                    m_coalesce = nullptr;
-                }
-                pa_context_set_subscribe_callback(m_connection->context(), nullptr, nullptr);
+        if (m_listening != 0) {
+            PulseContext::Lock lock(*m_context);
+            if (m_coalesce != nullptr) {
+                m_context->api()->time_free(m_coalesce);
+                m_coalesce = nullptr;
             }
-            m_connection->close();
+            m_context->unlisten(m_listening);
         }
     }
 
@@ -220,7 +79,7 @@ public:
         if (auto failure = connect()) {
             return failure;
         }
-        LoopLock lock(m_connection->loop());
+        PulseContext::Lock lock(*m_context);
         // A stream whose device went away without a successor is opened afresh.
         if (m_playback != nullptr && !good(m_playback)) {
             closeStream(m_playback);
@@ -248,22 +107,22 @@ public:
         }
         if (m_latencyTimer == nullptr) {
             m_latencyTimer =
-                pa_context_rttime_new(m_connection->context(), pa_rtclock_now() + latencyPollUsec,
+                pa_context_rttime_new(m_context->context(), pa_rtclock_now() + latencyPollUsec,
                                       &PulseEngine::onLatencyTimer, this);
         }
         return std::nullopt;
     }
 
     void stop() override {
-        if (!m_connection) {
+        if (m_listening == 0) {
             return;
         }
         {
-            LoopLock lock(m_connection->loop());
+            PulseContext::Lock lock(*m_context);
             closeStream(m_playback);
             closeStream(m_record);
             if (m_latencyTimer != nullptr) {
-                pa_threaded_mainloop_get_api(m_connection->loop())->time_free(m_latencyTimer);
+                m_context->api()->time_free(m_latencyTimer);
                 m_latencyTimer = nullptr;
             }
         }
@@ -271,10 +130,10 @@ public:
     }
 
     bool isRunning() override {
-        if (!m_connection || m_lost) {
+        if (m_listening == 0 || m_lost) {
             return false;
         }
-        LoopLock lock(m_connection->loop());
+        PulseContext::Lock lock(*m_context);
         return good(m_playback) && good(m_record);
     }
 
@@ -282,6 +141,7 @@ public:
         PulseLatency out;
         out.playbackMs = m_playbackLatencyMs.load();
         out.recordMs = m_recordLatencyMs.load();
+        out.underflows = m_underflows->load(std::memory_order_relaxed);
         return out;
     }
 
@@ -295,27 +155,30 @@ protected:
             }
             return guess;
         }
-        LoopLock lock(m_connection->loop());
+        PulseContext::Lock lock(*m_context);
         m_formatError.reset();
-        auto info = m_connection->serverInfo();
+        auto info = serverInfo(*m_context);
         if (!info) {
-            m_formatError = AudioError{PA_ERR_TIMEOUT, noAnswer};
-            return {};
+            // A server that took the connection and then stopped answering:
+            // as with no answer to the connection, the start that follows says so.
+            m_guessedFormat = true;
+            m_unanswered = AudioError{PA_ERR_TIMEOUT, noAnswer};
+            return guess;
         }
         struct Ask {
-            pa_threaded_mainloop* loop;
+            PulseContext* context;
             AudioFormat format;
-        } ask{m_connection->loop(), {}};
+        } ask{m_context.get(), {}};
         const std::string source =
             m_options.source.empty() ? info->defaultSource : m_options.source;
-        m_formatError = m_connection->wait(pa_context_get_source_info_by_name(
-            m_connection->context(), source.c_str(),
+        m_formatError = m_context->wait(pa_context_get_source_info_by_name(
+            m_context->context(), source.c_str(),
             [](pa_context*, const pa_source_info* i, int eol, void* data) {
                 auto* a = static_cast<Ask*>(data);
                 if (eol == 0 && i != nullptr) {
                     a->format = AudioFormat{double(i->sample_spec.rate), i->sample_spec.channels};
                 }
-                pa_threaded_mainloop_signal(a->loop, 0);
+                a->context->signal();
             },
             &ask));
         return ask.format;
@@ -330,11 +193,11 @@ protected:
 
     void tapReplaced() override {
         // A new tap follows a change: record again from whatever the default is now.
-        if (!m_connection) {
+        if (m_listening == 0) {
             return;
         }
         {
-            LoopLock lock(m_connection->loop());
+            PulseContext::Lock lock(*m_context);
             if (m_record == nullptr) {
                 return;
             }
@@ -342,65 +205,55 @@ protected:
         }
         stopCaptureThread();
         AudioFormat format = hardwareFormat();
-        LoopLock lock(m_connection->loop());
+        PulseContext::Lock lock(*m_context);
         openRecord(format);
     }
 
 private:
+    // The backend's context, ready, with this engine listening to it. After
+    // the server went, the streams of the old connection are dropped first.
     std::optional<AudioError> connect() {
-        if (m_connection && !m_lost) {
+        if (m_listening != 0 && !m_lost) {
             return std::nullopt;
         }
-        if (m_connection) {
-            dropConnection();
+        if (m_lost) {
+            dropStreams();
         }
-        auto connection = std::make_unique<Connection>();
-        connection->onLost([this] {
+        PulseContext::Lock lock(*m_context);
+        if (auto failure = m_context->connected()) {
+            return failure;
+        }
+        if (m_listening == 0) {
+            PulseContext::Listener listener;
             // Reported as a change, so the restarts connect again once a server is back.
-            m_lost = true;
-            notifyChange();
-        });
-        if (auto failure = connection->open(m_options.server, m_options.applicationName)) {
-            return failure;
+            listener.lost = [this] {
+                m_lost = true;
+                notifyChange();
+            };
+            listener.event = [this](pa_subscription_event_type_t type) { onEvent(type); };
+            m_listening = m_context->listen(std::move(listener));
         }
-        m_connection = std::move(connection);
-        LoopLock lock(m_connection->loop());
-        if (auto info = m_connection->serverInfo()) {
+        if (auto info = serverInfo(*m_context)) {
             m_defaults = *info;
-        }
-        pa_context_set_subscribe_callback(m_connection->context(), &PulseEngine::onEvent, this);
-        if (auto failure = m_connection->wait(pa_context_subscribe(
-                m_connection->context(),
-                pa_subscription_mask_t(PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SOURCE |
-                                       PA_SUBSCRIPTION_MASK_SERVER),
-                [](pa_context*, int, void* loop) {
-                    pa_threaded_mainloop_signal(static_cast<pa_threaded_mainloop*>(loop), 0);
-                },
-                m_connection->loop()))) {
-            return failure;
         }
         return std::nullopt;
     }
 
-    void dropConnection() {
+    void dropStreams() {
         {
-            LoopLock lock(m_connection->loop());
+            PulseContext::Lock lock(*m_context);
             closeStream(m_playback);
             closeStream(m_record);
-            auto* api = pa_threaded_mainloop_get_api(m_connection->loop());
             if (m_latencyTimer != nullptr) {
-                api->time_free(m_latencyTimer);
+                m_context->api()->time_free(m_latencyTimer);
                 m_latencyTimer = nullptr;
             }
             if (m_coalesce != nullptr) {
-                api->time_free(m_coalesce);
+                m_context->api()->time_free(m_coalesce);
                 m_coalesce = nullptr;
             }
-            pa_context_set_subscribe_callback(m_connection->context(), nullptr, nullptr);
         }
         stopCaptureThread();
-        m_connection->close();
-        m_connection.reset();
         m_lost = false;
     }
 
@@ -418,6 +271,7 @@ private:
         }
         pa_stream_set_state_callback(stream, nullptr, nullptr);
         pa_stream_set_write_callback(stream, nullptr, nullptr);
+        pa_stream_set_underflow_callback(stream, nullptr, nullptr);
         pa_stream_set_read_callback(stream, nullptr, nullptr);
         pa_stream_disconnect(stream);
         pa_stream_unref(stream);
@@ -427,39 +281,46 @@ private:
     // With the loop locked: waits until the stream is ready or has failed.
     std::optional<AudioError> waitReady(pa_stream* stream) {
         bool failed = false;
-        auto bounded = m_connection->waitFor([&] {
+        auto bounded = m_context->waitFor([&] {
             const pa_stream_state_t state = pa_stream_get_state(stream);
             failed = !PA_STREAM_IS_GOOD(state);
             return state == PA_STREAM_READY || failed;
         });
         if (failed) {
-            return m_connection->error();
+            return m_context->error();
         }
         return bounded;
     }
 
     static void onStreamState(pa_stream*, void* self) {
-        pa_threaded_mainloop_signal(static_cast<PulseEngine*>(self)->m_connection->loop(), 0);
+        static_cast<PulseEngine*>(self)->m_context->signal();
     }
 
     std::optional<AudioError> openPlayback() {
         const AudioFormat play = hasSource() ? sourceFormat() : AudioFormat{8000.0, 1};
         pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, std::uint32_t(play.sampleRate),
                             std::uint8_t(play.channels)};
-        m_playback = pa_stream_new(m_connection->context(), "call playback", &spec, nullptr);
+        m_playback = pa_stream_new(m_context->context(), "call playback", &spec, nullptr);
         if (m_playback == nullptr) {
-            return m_connection->error();
+            return m_context->error();
         }
         pa_buffer_attr attr;
         std::memset(&attr, 0xff, sizeof attr);
         attr.tlength = std::uint32_t(pa_usec_to_bytes(20 * 1000, &spec));
         pa_stream_set_state_callback(m_playback, &PulseEngine::onStreamState, this);
         pa_stream_set_write_callback(m_playback, &PulseEngine::onWrite, this);
+        pa_stream_set_underflow_callback(
+            m_playback,
+            [](pa_stream*, void* data) {
+                static_cast<PulseEngine*>(data)->m_underflows->fetch_add(1,
+                                                                         std::memory_order_relaxed);
+            },
+            this);
         const auto flags = pa_stream_flags_t(
             PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_INTERPOLATE_TIMING);
         if (pa_stream_connect_playback(m_playback, device(m_options.sink), &attr, flags, nullptr,
                                        nullptr) < 0) {
-            auto failure = m_connection->error();
+            auto failure = m_context->error();
             closeStream(m_playback);
             return failure;
         }
@@ -472,9 +333,9 @@ private:
 
     std::optional<AudioError> openRecord() {
         // Unlocked briefly: the format query waits on the loop itself.
-        pa_threaded_mainloop_unlock(m_connection->loop());
+        pa_threaded_mainloop_unlock(m_context->loop());
         AudioFormat format = hardwareFormat();
-        pa_threaded_mainloop_lock(m_connection->loop());
+        pa_threaded_mainloop_lock(m_context->loop());
         return openRecord(format);
     }
 
@@ -487,9 +348,9 @@ private:
         }
         pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, std::uint32_t(format.sampleRate),
                             std::uint8_t(format.channels)};
-        m_record = pa_stream_new(m_connection->context(), "call capture", &spec, nullptr);
+        m_record = pa_stream_new(m_context->context(), "call capture", &spec, nullptr);
         if (m_record == nullptr) {
-            return m_connection->error();
+            return m_context->error();
         }
         m_recordFormat = format;
         pa_buffer_attr attr;
@@ -501,7 +362,7 @@ private:
             PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_INTERPOLATE_TIMING);
         startCaptureThread(format);
         if (pa_stream_connect_record(m_record, device(m_options.source), &attr, flags) < 0) {
-            auto failure = m_connection->error();
+            auto failure = m_context->error();
             closeStream(m_record);
             return failure;
         }
@@ -597,15 +458,24 @@ private:
                                void* data) {
         auto* self = static_cast<PulseEngine*>(data);
         pa_usec_t play = 0, record = 0;
-        int negative = 0;
+        int playNegative = 0, recordNegative = 0;
         bool have = true;
         if (self->m_playback == nullptr ||
-            pa_stream_get_latency(self->m_playback, &play, &negative) < 0) {
+            pa_stream_get_latency(self->m_playback, &play, &playNegative) < 0) {
             have = false;
         }
         if (self->m_record == nullptr ||
-            pa_stream_get_latency(self->m_record, &record, &negative) < 0) {
+            pa_stream_get_latency(self->m_record, &record, &recordNegative) < 0) {
             have = false;
+        }
+        // A latency comes back as its size and a sign: after a playback
+        // underrun what is written lies behind what plays, and PipeWire's
+        // server reports monitors so; neither adds to the echo's delay.
+        if (playNegative) {
+            play = 0;
+        }
+        if (recordNegative) {
+            record = 0;
         }
         if (have) {
             self->m_playbackLatencyMs = double(play) / 1000.0;
@@ -615,40 +485,39 @@ private:
                 voice->setDeviceDelayMs(delay);
             }
         }
-        (void)api;
-        pa_context_rttime_restart(self->m_connection->context(), event,
-                                  pa_rtclock_now() + latencyPollUsec);
+        // The timer belongs to the loop, so it outlives a context the server dropped.
+        timeval next;
+        pa_timeval_add(pa_gettimeofday(&next), latencyPollUsec);
+        api->time_restart(event, &next);
     }
 
-    static void onEvent(pa_context* context, pa_subscription_event_type_t type, std::uint32_t,
-                        void* data) {
-        auto* self = static_cast<PulseEngine*>(data);
+    // On the loop's thread: a server, sink or source event.
+    void onEvent(pa_subscription_event_type_t type) {
         const auto facility = type & PA_SUBSCRIPTION_EVENT_FACILITY_MASK;
         const auto kind = type & PA_SUBSCRIPTION_EVENT_TYPE_MASK;
         if (facility == PA_SUBSCRIPTION_EVENT_SERVER) {
             // The default may have moved: compare once the answer is in.
             pa_operation* op = pa_context_get_server_info(
-                context,
+                m_context->context(),
                 [](pa_context*, const pa_server_info* i, void* data) {
                     auto* self = static_cast<PulseEngine*>(data);
                     if (i == nullptr) {
                         return;
                     }
-                    Connection::ServerInfo now{i->default_sink_name ? i->default_sink_name : "",
-                                               i->default_source_name ? i->default_source_name
-                                                                      : ""};
+                    ServerInfo now{i->default_sink_name ? i->default_sink_name : "",
+                                   i->default_source_name ? i->default_source_name : ""};
                     if (now.defaultSink != self->m_defaults.defaultSink ||
                         now.defaultSource != self->m_defaults.defaultSource) {
                         self->m_defaults = now;
                         self->scheduleReport();
                     }
                 },
-                self);
+                this);
             if (op != nullptr) {
                 pa_operation_unref(op);
             }
         } else if (kind == PA_SUBSCRIPTION_EVENT_NEW || kind == PA_SUBSCRIPTION_EVENT_REMOVE) {
-            self->scheduleReport();
+            scheduleReport();
         }
     }
 
@@ -657,7 +526,7 @@ private:
             return;
         }
         m_coalesce = pa_context_rttime_new(
-            m_connection->context(), pa_rtclock_now() + coalesceUsec,
+            m_context->context(), pa_rtclock_now() + coalesceUsec,
             [](pa_mainloop_api* api, pa_time_event* event, const timeval*, void* data) {
                 auto* self = static_cast<PulseEngine*>(data);
                 api->time_free(event);
@@ -668,11 +537,12 @@ private:
     }
 
     PulseBackend::Options m_options;
-    std::unique_ptr<Connection> m_connection;
+    std::shared_ptr<PulseContext> m_context;
+    int m_listening = 0; // the token while this engine listens to the context
     std::atomic<bool> m_lost{false};
     DelayEstimate m_delay;        // on the loop's thread
     bool m_guessedFormat = false; // the last format given was a guess, with no server to ask
-    Connection::ServerInfo m_defaults;
+    ServerInfo m_defaults;
     pa_stream* m_playback = nullptr;
     pa_stream* m_record = nullptr;
     pa_time_event* m_latencyTimer = nullptr;
@@ -687,13 +557,14 @@ private:
     bool m_captureStopping = false;
     std::atomic<double> m_playbackLatencyMs{0};
     std::atomic<double> m_recordLatencyMs{0};
+    std::shared_ptr<std::atomic<int>> m_underflows; // the backend's count
 };
 
 } // namespace
 
 std::unique_ptr<AudioEngine> PulseBackend::makeEngine() {
     std::lock_guard lock(m_devicesLock);
-    return std::make_unique<PulseEngine>(m_options);
+    return std::make_unique<PulseEngine>(m_options, m_context, m_underflows);
 }
 
 void PulseBackend::setDevices(std::string sink, std::string source) {
@@ -725,7 +596,9 @@ bool PulseBackend::builtIn(const std::string& formFactor, const std::string& bus
 
 PulseBackend::PulseBackend(Options options)
     : m_options(std::move(options)),
-      m_watch(std::make_unique<PulseOutputWatch>(m_options.server, m_options.applicationName)) {}
+      m_context(std::make_shared<PulseContext>(m_options.server, m_options.applicationName,
+                                               "pulse-call")),
+      m_watch(std::make_unique<PulseOutputWatch>(m_context)) {}
 
 PulseBackend::~PulseBackend() = default;
 

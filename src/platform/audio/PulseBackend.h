@@ -4,13 +4,16 @@
 #include "audio/PulseOutputWatch.h"
 #include "audio/VoiceProcessor.h"
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 
-// PulseAudio's asynchronous API on its threaded main loop; PipeWire systems
-// serve it through pipewire-pulse. Capture is a record stream from the default
+class PulseContext;
+
+// PulseAudio's asynchronous API on one context and its threaded main loop;
+// PipeWire systems serve it through pipewire-pulse. Capture is a record stream from the default
 // source at the device's own rate and channels, playback a stream to the
 // default sink that pulls on the main loop's thread, and a subscription to
 // server, sink and source events reports configuration changes.
@@ -35,6 +38,8 @@ public:
     bool outputIsBuiltIn() override;
     // How many times the default output has been looked at so far.
     int outputAnswers() const;
+    // How many times the playback of this backend's engines ran dry.
+    int playbackUnderflows() const { return m_underflows->load(std::memory_order_relaxed); }
     // The output and input the next engine opens; empty follows the server's
     // default. Any thread may call it; a running engine keeps its devices.
     void setDevices(std::string sink, std::string source);
@@ -49,13 +54,18 @@ public:
 private:
     mutable std::mutex m_devicesLock;
     Options m_options;
+    // The one connection to the sound server: the output watch and every
+    // engine's streams share it, so a call costs the server one client.
+    std::shared_ptr<PulseContext> m_context;
     std::unique_ptr<PulseOutputWatch> m_watch;
+    std::shared_ptr<std::atomic<int>> m_underflows = std::make_shared<std::atomic<int>>(0);
 };
 
 // What the PulseAudio engine measures, for benchmarks.
 struct PulseLatency {
     double playbackMs = 0;
     double recordMs = 0;
+    int underflows = 0; // times the playback buffer ran dry
 };
 // The latencies of a running PulseAudio engine; zero for any other engine.
 PulseLatency pulseLatency(AudioEngine& engine);

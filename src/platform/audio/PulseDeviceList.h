@@ -1,12 +1,11 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
-struct pa_context;
-struct pa_threaded_mainloop;
-struct pa_time_event;
+class PulseContext;
 
 // One sound device as the sound server names it: `name` is the stable id
 // kept in the settings, `description` what a person reads.
@@ -28,10 +27,9 @@ struct SoundDevices {
     bool operator==(const SoundDevices&) const = default;
 };
 
-// Follows the sound server's devices on a PulseAudio context and main loop of
-// its own, and hands each new list to `changed` on that loop's thread; nothing
-// here waits on the server. A server that goes away is asked again a little
-// later, and an empty list is handed over meanwhile.
+// Follows the sound server's devices on a PulseAudio context of its own, and hands each new list to
+// `changed` on that loop's thread; nothing here waits on the server. A server that goes away is
+// asked again a little later, and an empty list is handed over meanwhile.
 class PulseDeviceList {
 public:
     using Changed = std::function<void(const SoundDevices&)>;
@@ -42,19 +40,13 @@ public:
     PulseDeviceList& operator=(const PulseDeviceList&) = delete;
 
 private:
-    // All of these run on the loop's thread, with its lock held.
-    void connect();
-    void scheduleReconnect();
+    // Both run on the loop's thread, with its lock held.
     void ask();
     void finishOne();
-    static void onState(pa_context* context, void* data);
 
-    std::string m_server;
-    std::string m_name;
     Changed m_changed;
-    pa_threaded_mainloop* m_loop = nullptr;
-    pa_context* m_context = nullptr;
-    pa_time_event* m_retry = nullptr;
+    std::unique_ptr<PulseContext> m_context;
+    int m_listening = 0;
     // The answers of one round of questions, handed over when all three came.
     SoundDevices m_pending;
     int m_outstanding = 0;

@@ -1,20 +1,17 @@
 #pragma once
 
 #include <atomic>
-#include <mutex>
-#include <string>
+#include <memory>
 
-struct pa_context;
-struct pa_threaded_mainloop;
+class PulseContext;
 struct pa_time_event;
 
-// Keeps one PulseAudio context open on a main loop of its own and follows the
-// default sink through the server's events, so that whether the output is the
-// machine's own speaker can be read at any moment without a round trip to the
-// server. When the server goes, it connects again a little later.
+// Follows the default sink through the server's events on a context it
+// shares, so that whether the output is the machine's own speaker can be read
+// at any moment without a round trip to the server.
 class PulseOutputWatch {
 public:
-    PulseOutputWatch(std::string server, std::string applicationName);
+    explicit PulseOutputWatch(std::shared_ptr<PulseContext> context);
     ~PulseOutputWatch();
     PulseOutputWatch(const PulseOutputWatch&) = delete;
     PulseOutputWatch& operator=(const PulseOutputWatch&) = delete;
@@ -25,18 +22,12 @@ public:
     int answers() const { return m_answers.load(std::memory_order_acquire); }
 
 private:
-    // All of these run on the loop's thread, with its lock held.
-    void connect();
-    void scheduleReconnect();
+    // Both run on the loop's thread, with its lock held.
     void ask();
     void askAgainLater();
-    static void onState(pa_context* context, void* data);
 
-    std::string m_server;
-    std::string m_name;
-    pa_threaded_mainloop* m_loop = nullptr;
-    pa_context* m_context = nullptr;
-    pa_time_event* m_retry = nullptr;
+    std::shared_ptr<PulseContext> m_context;
+    int m_listening = 0;
     pa_time_event* m_followUp = nullptr;
     std::atomic<bool> m_builtIn{false};
     std::atomic<int> m_answers{0};

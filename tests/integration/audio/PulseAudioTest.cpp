@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <QCoreApplication>
+
 #include <cmath>
 #include <future>
 #include <mutex>
@@ -202,6 +204,35 @@ TEST(PulseAudioBackend, ReadingTheAudioWarningOpensNoConnectionToTheServer) {
     audio->stop();
 }
 
+// The server's clients that this process holds, as the server lists them.
+int clientsOfThisProcess(PulseAudioServer& server) {
+    const QString pid = QString::number(QCoreApplication::applicationPid());
+    int count = 0;
+    for (const QString& line : server.pactl({"list", "clients"}).split('\n')) {
+        if (line.trimmed() == "application.process.id = \"" + pid + "\"") {
+            ++count;
+        }
+    }
+    return count;
+}
+
+TEST(PulseAudioBackend, ACallCostsTheSoundServerOneClient) {
+    QStringList script = speakerSink("speaker", "internal");
+    script << "load-module module-sine-source source_name=mic rate=48000 frequency=440"
+           << "set-default-source mic";
+    PulseAudioServer server(script);
+    auto backend = std::make_shared<PulseBackend>();
+    auto audio = CallAudio::make(backend);
+    auto call = std::make_shared<FakeCall>(tone8k(1000, 3.0, 0.3));
+    ASSERT_EQ(startAndWait(*audio, call), std::nullopt);
+    // Both ways running, and the output's form factor read: every part is in use.
+    ASSERT_TRUE(call->waitForFrames(25, 5s));
+    ASSERT_TRUE(waitUntil([&] { return call->reads() >= 25; }, 5s));
+    ASSERT_TRUE(waitUntil([&] { return backend->outputIsBuiltIn(); }, 3s));
+    EXPECT_EQ(clientsOfThisProcess(server), 1) << server.pactl({"list", "clients"}).toStdString();
+    audio->stop();
+}
+
 TEST(PulseAudioBackend, AServerThatDoesNotAnswerFailsTheStartWithinTheBound) {
     PulseAudioServer server(speakerSink("speaker", "internal"));
     auto audio = CallAudio::make(std::make_shared<PulseBackend>());
@@ -215,6 +246,24 @@ TEST(PulseAudioBackend, AServerThatDoesNotAnswerFailsTheStartWithinTheBound) {
     ASSERT_TRUE(error.has_value());
     EXPECT_EQ(error->description, "engine start: the sound server did not answer within 2 s");
     // One try with voice processing and one without, each bound to 2 s.
+    EXPECT_LT(took, 5s);
+    audio->stop();
+}
+
+TEST(PulseAudioBackend, AServerThatStopsAnsweringOnceConnectedFailsTheStartWithinTheBound) {
+    PulseAudioServer server(speakerSink("speaker", "internal"));
+    auto backend = std::make_shared<PulseBackend>();
+    auto audio = CallAudio::make(backend);
+    auto call = std::make_shared<FakeCall>();
+    // The backend's connection is up (the output has been looked at) before the daemon freezes.
+    ASSERT_TRUE(waitUntil([&] { return backend->outputAnswers() >= 1; }, 5s));
+    ASSERT_EQ(::kill(pid_t(server.pid()), SIGSTOP), 0);
+    const auto started = std::chrono::steady_clock::now();
+    auto error = startAndWait(*audio, call);
+    const auto took = std::chrono::steady_clock::now() - started;
+    ::kill(pid_t(server.pid()), SIGCONT);
+    ASSERT_TRUE(error.has_value());
+    EXPECT_EQ(error->description, "engine start: the sound server did not answer within 2 s");
     EXPECT_LT(took, 5s);
     audio->stop();
 }
@@ -363,7 +412,8 @@ std::shared_ptr<FakeCall> callThroughTheRoom(PulseAudioServer& server, bool voic
     // The delay comes from the streams' measured latencies alone. The room's
     // loopback adds some 30 ms more that a real room does not; telling the
     // canceller too little is what it forgives best.
-    auto audio = CallAudio::make(std::make_shared<PulseBackend>(options));
+    auto backend = std::make_shared<PulseBackend>(options);
+    auto audio = CallAudio::make(backend);
     auto call = std::make_shared<FakeCall>(far);
     if (startAndWait(*audio, call)) {
         throw std::runtime_error("start failed");
@@ -373,6 +423,9 @@ std::shared_ptr<FakeCall> callThroughTheRoom(PulseAudioServer& server, bool voic
         throw std::runtime_error("the call heard too little");
     }
     audio->stop();
+    // Each time the playback ran dry is a moment the echo's path could move.
+    std::printf("playback underflows (voice processing %s): %d\n", voiceProcessing ? "on" : "off",
+                backend->playbackUnderflows());
     return call;
 }
 
@@ -396,7 +449,9 @@ TEST(PulseAudioCall, TheFarEndsEchoThroughARoomIsCancelled) {
     ASSERT_GT(plainEnergy, 0.0);
     const double erle = 10 * std::log10(plainEnergy / std::max(cancelledEnergy, 1.0));
     RecordProperty("erle_db", std::to_string(erle));
-    std::printf("echo through the room: %.1f dB\n", erle);
+    // Both sides, so that a low figure tells whether the echo stayed or the room went quiet.
+    std::printf("echo through the room: %.1f dB (energy %.3g without cancelling, %.3g with)\n",
+                erle, plainEnergy, cancelledEnergy);
     // What calls need through a real server; without cancellation it is 0.
     EXPECT_GE(erle, 30.0);
 }

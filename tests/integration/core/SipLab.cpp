@@ -443,7 +443,7 @@ Sipp::Sipp(const QString& dir, const QString& scenarioXml, std::uint16_t port, i
     writeFile(m_scenario, scenarioXml.toUtf8());
 }
 
-void Sipp::start(const std::string& remote) {
+void Sipp::start(const std::string& remote, const QStringList& extra) {
     m_process.process().setWorkingDirectory(m_dir);
     QStringList arguments = {"-t",
                              "t1",
@@ -464,6 +464,7 @@ void Sipp::start(const std::string& remote) {
                              "-trace_msg",
                              "-message_file",
                              m_dir + "/sipp-messages.log"};
+    arguments += extra;
     if (!remote.empty()) {
         arguments.push_back(QString::fromStdString(remote));
     }

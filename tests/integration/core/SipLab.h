@@ -115,7 +115,8 @@ class Sipp {
 public:
     Sipp(const QString& dir, const QString& scenarioXml, std::uint16_t port, int calls = 1);
     // remote: where a client scenario sends to; empty for a server scenario.
-    void start(const std::string& remote = {});
+    // extra: more of sipp's options.
+    void start(const std::string& remote = {}, const QStringList& extra = {});
     int waitExit(std::chrono::milliseconds bound = 30s);
     std::string output();
 
