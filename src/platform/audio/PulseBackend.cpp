@@ -568,9 +568,13 @@ std::unique_ptr<AudioEngine> PulseBackend::makeEngine() {
 }
 
 void PulseBackend::setDevices(std::string sink, std::string source) {
-    std::lock_guard lock(m_devicesLock);
-    m_options.sink = std::move(sink);
-    m_options.source = std::move(source);
+    {
+        std::lock_guard lock(m_devicesLock);
+        m_options.sink = sink;
+        m_options.source = std::move(source);
+    }
+    // Whether the call's output is the speaker is asked of the chosen one.
+    m_watch->follow(std::move(sink));
 }
 
 std::string PulseBackend::sink() const {
@@ -598,7 +602,7 @@ PulseBackend::PulseBackend(Options options)
     : m_options(std::move(options)),
       m_context(std::make_shared<PulseContext>(m_options.server, m_options.applicationName,
                                                "pulse-call")),
-      m_watch(std::make_unique<PulseOutputWatch>(m_context)) {}
+      m_watch(std::make_unique<PulseOutputWatch>(m_context, m_options.sink)) {}
 
 PulseBackend::~PulseBackend() = default;
 

@@ -36,7 +36,7 @@ public:
     // Read from a context kept open for the backend's life and updated by the
     // server's events: it never waits on the server.
     bool outputIsBuiltIn() override;
-    // How many times the default output has been looked at so far.
+    // How many times the call's output has been looked at so far.
     int outputAnswers() const;
     // How many times the playback of this backend's engines ran dry.
     int playbackUnderflows() const { return m_underflows->load(std::memory_order_relaxed); }

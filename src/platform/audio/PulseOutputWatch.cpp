@@ -13,8 +13,8 @@ constexpr pa_usec_t followUpUsec = 300 * 1000;
 
 } // namespace
 
-PulseOutputWatch::PulseOutputWatch(std::shared_ptr<PulseContext> context)
-    : m_context(std::move(context)) {
+PulseOutputWatch::PulseOutputWatch(std::shared_ptr<PulseContext> context, std::string sink)
+    : m_context(std::move(context)), m_sink(std::move(sink)) {
     if (!m_context->usable()) {
         return;
     }
@@ -67,7 +67,47 @@ void PulseOutputWatch::askAgainLater() {
         this);
 }
 
+void PulseOutputWatch::follow(std::string sink) {
+    if (!m_context->usable()) {
+        return;
+    }
+    PulseContext::Lock lock(*m_context);
+    if (sink == m_sink) {
+        return;
+    }
+    m_sink = std::move(sink);
+    ask();
+}
+
 void PulseOutputWatch::ask() {
+    if (m_sink.empty()) {
+        askDefault();
+        return;
+    }
+    pa_context* context = m_context->context();
+    if (context == nullptr) {
+        return;
+    }
+    pa_operation* op = pa_context_get_sink_info_by_name(
+        context, m_sink.c_str(),
+        [](pa_context*, const pa_sink_info* sink, int eol, void* data) {
+            auto* self = static_cast<PulseOutputWatch*>(data);
+            if (eol > 0) {
+                return; // the end of a list already answered
+            }
+            if (eol < 0 || sink == nullptr) {
+                self->askDefault(); // the chosen sink is gone: calls play on the default
+                return;
+            }
+            self->record(sink);
+        },
+        this);
+    if (op != nullptr) {
+        pa_operation_unref(op);
+    }
+}
+
+void PulseOutputWatch::askDefault() {
     if (m_context->context() == nullptr) {
         return;
     }
@@ -77,8 +117,7 @@ void PulseOutputWatch::ask() {
             auto* self = static_cast<PulseOutputWatch*>(data);
             if (info == nullptr || info->default_sink_name == nullptr ||
                 *info->default_sink_name == '\0') {
-                self->m_builtIn.store(false, std::memory_order_release);
-                self->m_answers.fetch_add(1, std::memory_order_acq_rel);
+                self->record(nullptr);
                 return;
             }
             pa_operation* sinkOp = pa_context_get_sink_info_by_name(
@@ -88,19 +127,7 @@ void PulseOutputWatch::ask() {
                     if (eol > 0) {
                         return; // the end of a list already answered
                     }
-                    bool builtIn = false;
-                    if (eol == 0 && sink != nullptr) {
-                        const char* form =
-                            pa_proplist_gets(sink->proplist, PA_PROP_DEVICE_FORM_FACTOR);
-                        const char* bus = pa_proplist_gets(sink->proplist, PA_PROP_DEVICE_BUS);
-                        std::optional<std::uint32_t> port;
-                        if (sink->active_port != nullptr) {
-                            port = sink->active_port->type;
-                        }
-                        builtIn = PulseBackend::builtIn(form ? form : "", bus ? bus : "", port);
-                    }
-                    self->m_builtIn.store(builtIn, std::memory_order_release);
-                    self->m_answers.fetch_add(1, std::memory_order_acq_rel);
+                    self->record(eol == 0 ? sink : nullptr);
                 },
                 self);
             if (sinkOp != nullptr) {
@@ -111,4 +138,19 @@ void PulseOutputWatch::ask() {
     if (op != nullptr) {
         pa_operation_unref(op);
     }
+}
+
+void PulseOutputWatch::record(const pa_sink_info* sink) {
+    bool builtIn = false;
+    if (sink != nullptr) {
+        const char* form = pa_proplist_gets(sink->proplist, PA_PROP_DEVICE_FORM_FACTOR);
+        const char* bus = pa_proplist_gets(sink->proplist, PA_PROP_DEVICE_BUS);
+        std::optional<std::uint32_t> port;
+        if (sink->active_port != nullptr) {
+            port = sink->active_port->type;
+        }
+        builtIn = PulseBackend::builtIn(form ? form : "", bus ? bus : "", port);
+    }
+    m_builtIn.store(builtIn, std::memory_order_release);
+    m_answers.fetch_add(1, std::memory_order_acq_rel);
 }

@@ -2,16 +2,20 @@
 
 #include <atomic>
 #include <memory>
+#include <string>
 
 class PulseContext;
+struct pa_sink_info;
 struct pa_time_event;
 
-// Follows the default sink through the server's events on a context it
+// Follows the call's output through the server's events on a context it
 // shares, so that whether the output is the machine's own speaker can be read
-// at any moment without a round trip to the server.
+// at any moment without a round trip to the server. The output is the sink
+// the person chose for calls, or the server's default when they chose none or
+// their choice is not there.
 class PulseOutputWatch {
 public:
-    explicit PulseOutputWatch(std::shared_ptr<PulseContext> context);
+    explicit PulseOutputWatch(std::shared_ptr<PulseContext> context, std::string sink = {});
     ~PulseOutputWatch();
     PulseOutputWatch(const PulseOutputWatch&) = delete;
     PulseOutputWatch& operator=(const PulseOutputWatch&) = delete;
@@ -20,13 +24,18 @@ public:
     bool builtIn() const { return m_builtIn.load(std::memory_order_acquire); }
     // How many answers have come so far; tests wait for a new one.
     int answers() const { return m_answers.load(std::memory_order_acquire); }
+    // The sink to watch from now on; empty follows the server's default.
+    void follow(std::string sink);
 
 private:
-    // Both run on the loop's thread, with its lock held.
+    // These run on the loop's thread, with its lock held.
     void ask();
+    void askDefault();
     void askAgainLater();
+    void record(const pa_sink_info* sink);
 
     std::shared_ptr<PulseContext> m_context;
+    std::string m_sink; // guarded by the loop's lock
     int m_listening = 0;
     pa_time_event* m_followUp = nullptr;
     std::atomic<bool> m_builtIn{false};

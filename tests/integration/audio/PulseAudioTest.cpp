@@ -185,6 +185,27 @@ TEST(PulseAudioBackend, TheSinksFormFactorSaysWhetherTheOutputIsBuiltIn) {
     EXPECT_TRUE(waitUntil([&] { return !backend.outputIsBuiltIn(); }, 3s));
 }
 
+TEST(PulseAudioBackend,
+     TheChosenCallOutputDecidesWhetherTheOutputIsBuiltInAndTheDefaultWhenItIsGone) {
+    PulseAudioServer server(speakerSink("speaker", "internal"));
+    const int headset =
+        server.loadModule("module-null-sink", {"sink_name=headset", "norewinds=1",
+                                               "sink_properties=device.form_factor=headset"});
+    PulseBackend backend;
+    ASSERT_TRUE(waitUntil([&] { return backend.outputIsBuiltIn(); }, 3s)); // the default
+    backend.setDevices("headset", "");
+    EXPECT_TRUE(waitUntil([&] { return !backend.outputIsBuiltIn(); }, 3s));
+    // The headset unplugged: calls play on the default, the speaker, again.
+    server.unloadModule(headset);
+    EXPECT_TRUE(waitUntil([&] { return backend.outputIsBuiltIn(); }, 3s));
+    // Plugged in again, the choice holds once more.
+    server.loadModule("module-null-sink", {"sink_name=headset", "norewinds=1",
+                                           "sink_properties=device.form_factor=headset"});
+    EXPECT_TRUE(waitUntil([&] { return !backend.outputIsBuiltIn(); }, 3s));
+    backend.setDevices("", "");
+    EXPECT_TRUE(waitUntil([&] { return backend.outputIsBuiltIn(); }, 3s));
+}
+
 TEST(PulseAudioBackend, ReadingTheAudioWarningOpensNoConnectionToTheServer) {
     PulseAudioServer server(speakerSink("speaker", "internal"));
     PulseBackend::Options options;
