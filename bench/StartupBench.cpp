@@ -2,10 +2,13 @@
 // then, for the app and for a bare Qt Quick window measured in the same run.
 // Then the app signed in and registered on an X display, left idle for a
 // minute: its memory as it really costs (PSS, private dirty), its wake-ups
-// and its CPU, beside the bare window idle on the same display.
+// and its CPU, beside the bare window idle on the same display. Last, an
+// incoming call to its notification on a real notification server, in a
+// process of its own (its private bus must not meet the idle run's).
 
 #include "../tests/integration/session/BrowserKit.h"
 #include "DevServer.h"
+#include "IncomingNotificationFigures.h"
 #include "PulseAudioServer.h"
 #include "Services.h"
 #include "audio/NullBackend.h"
@@ -28,6 +31,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <optional>
 #include <vector>
 
@@ -278,10 +282,36 @@ double median(std::vector<double> values) {
     return values.empty() ? 0 : values[values.size() / 2];
 }
 
+// Runs this program again for the incoming-call figures alone and passes
+// its lines on.
+int incomingNotificationRun() {
+    QProcess run;
+    run.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    run.start(QCoreApplication::applicationFilePath(), {QStringLiteral("incoming-notification")});
+    while (run.state() != QProcess::NotRunning || run.canReadLine()) {
+        run.waitForReadyRead(1000);
+        while (run.canReadLine()) {
+            std::fputs(run.readLine().constData(), stdout);
+            std::fflush(stdout);
+        }
+    }
+    return run.exitStatus() == QProcess::NormalExit ? run.exitCode() : 1;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
+    if (argc > 1 && std::strcmp(argv[1], "incoming-notification") == 0) {
+        std::setvbuf(stdout, nullptr, _IOLBF, 0);
+        try {
+            incomingNotificationFigures();
+        } catch (const std::exception& e) {
+            std::fprintf(stderr, "bench_startup: %s\n", e.what());
+            return 1;
+        }
+        return 0;
+    }
     constexpr int runs = 7;
     std::vector<double> appStart, appRss, bareStart, bareRss;
     // Alternate the two so that a busy moment of the machine hits both alike.
@@ -308,5 +338,8 @@ int main(int argc, char** argv) {
     std::printf("rss_mb_at_first_frame_bare_qt_quick: %.1f\n", baseRss);
     std::printf("rss_ratio_to_bare_qt_quick: %.2f\n", rss / baseRss);
     std::fflush(stdout);
-    return idleRun();
+    if (const int failed = idleRun()) {
+        return failed;
+    }
+    return incomingNotificationRun();
 }
