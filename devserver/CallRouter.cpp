@@ -130,27 +130,40 @@ RouteAnswer CallRouter::route(const std::string& sipCallId, const std::string& f
         }
     }
     if (d.calleeUserIds.empty() && d.groupId.empty()) {
-        // The main line feeds the support queue: its available agents are rung.
+        // A call flow, by its extension or one of its numbers. The main line
+        // feeds the support queue: its available agents are rung; any other
+        // flow rings its members.
         for (const auto& f : m_model.flows) {
-            if (f.id == "f-main" && contains(f.numbers, d.dialled) && m_model.queue("q-support")) {
+            if (f.extension != d.dialled && !contains(f.numbers, d.dialled))
+                continue;
+            d.flowId = f.id;
+            d.to = Json{{"number", d.dialled}, {"name", f.name}};
+            if (f.id == "f-main" && m_model.queue("q-support")) {
                 d.queueId = "q-support";
-                d.to = Json{{"number", d.dialled}, {"name", f.name}};
                 for (const auto& agent : m_model.queue("q-support")->agents) {
                     if (agent.state == "available" && agent.userId != d.callerUserId)
                         d.calleeUserIds.push_back(agent.userId);
                 }
+            } else {
+                for (const auto& member : f.members) {
+                    if (member != d.callerUserId)
+                        d.calleeUserIds.push_back(member);
+                }
             }
+            break;
         }
-        if (d.queueId.empty())
+        if (d.flowId.empty())
             return {"reject|404|Not Found"};
         if (d.calleeUserIds.empty())
-            return {"reject|480|No Agent Available"};
+            return {d.queueId.empty() ? "reject|480|Temporarily Unavailable"
+                                      : "reject|480|No Agent Available"};
     }
     if (d.calleeUserIds.size() == 1 && d.calleeUserIds.front() == d.callerUserId)
         return {"reject|482|Calling Yourself"};
 
     // A call to one person (not to a group or a queue) may end in their mailbox.
-    const bool personal = d.calleeUserIds.size() == 1 && d.groupId.empty() && d.queueId.empty();
+    const bool personal =
+        d.calleeUserIds.size() == 1 && d.groupId.empty() && d.flowId.empty() && d.queueId.empty();
     // The devices that ring: registered ones by their SIP user, or a party's fixed address.
     std::vector<std::string> sipUsers;
     std::string fixedContact;
@@ -263,8 +276,8 @@ std::string CallRouter::recorderFor(const std::string& mailbox) const {
 
 RouteAnswer CallRouter::unanswered(const std::string& sipCallId, CallChanges& changes) {
     SipDialog* d = dialog(sipCallId);
-    if (!d || d->calleeUserIds.size() != 1 || !d->groupId.empty() || !d->queueId.empty() ||
-        m_targets.recorderUri.empty())
+    if (!d || d->calleeUserIds.size() != 1 || !d->groupId.empty() || !d->flowId.empty() ||
+        !d->queueId.empty() || m_targets.recorderUri.empty())
         return {"none"};
     const User* callee = m_model.user(d->calleeUserIds.front());
     if (!callee || callee->voicemailBoxId.empty())

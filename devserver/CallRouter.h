@@ -36,6 +36,7 @@ struct SipDialog {
     std::string dialled;
     std::vector<std::string> calleeUserIds; // the users whose devices ring
     std::string groupId;
+    std::string flowId;            // set when the number was a call flow's
     std::string queueId;           // set when the number was a line that feeds a queue
     std::string state = "ringing"; // ringing, connected
     qint64 startMs = 0;

@@ -143,8 +143,9 @@ void Model::loadDemo(int directorySize) {
         {"g-reception", "Reception", "602", {}, 0, {"u-008", "u-009"}},
     };
     flows = {
-        {"f-main", "Main line", {"+493055500000"}},
-        {"f-after", "After hours", {"+493055500099"}},
+        // The main line feeds the support queue; after hours, the colleague on call is rung.
+        {"f-main", "Main line", "700", {"+493055500000"}, {}},
+        {"f-after", "After hours", "701", {"+493055500099"}, {"u-003"}},
     };
 
     messages.clear();
@@ -369,7 +370,10 @@ Json Model::directoryJson() const {
     directory["groups"] = std::move(groupList);
     Json flowList = Json::array();
     for (const auto& f : flows) {
-        flowList.push_back(Json{{"id", f.id}, {"name", f.name}, {"numbers", f.numbers}});
+        Json e = Json{{"id", f.id}, {"name", f.name}, {"numbers", f.numbers}};
+        if (!f.extension.empty())
+            e["extension"] = f.extension;
+        flowList.push_back(std::move(e));
     }
     directory["flows"] = std::move(flowList);
     return directory;

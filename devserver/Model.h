@@ -56,7 +56,9 @@ struct Group {
 struct Flow {
     std::string id;
     std::string name;
+    std::string extension;
     std::vector<std::string> numbers;
+    std::vector<std::string> members; // user ids rung, unless the flow feeds a queue
 };
 
 struct VoicemailMessage {

@@ -122,6 +122,10 @@ QCoro::Task<> PhoneContacts::refresh() {
     }
 }
 
+QCoro::Task<> PhoneContacts::requestAccess() {
+    co_await refresh();
+}
+
 std::optional<PhoneContacts::Person> PhoneContacts::person(const QString& number) const {
     const QString key = numberKey(number);
     if (key.size() < 6) {

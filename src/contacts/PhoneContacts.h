@@ -42,6 +42,10 @@ public:
 
     // Reads the book again on a worker and replaces the people and the map.
     QCoro::Task<> refresh();
+    // The directory screen's prompt: on this desktop nobody grants access,
+    // the book's service only has to run. Opening it makes the session bus
+    // start the service, so asking is reading again.
+    QCoro::Task<> requestAccess();
     // The person a number belongs to, by its last ten digits; a key of fewer
     // than six digits (an extension) never matches.
     std::optional<Person> person(const QString& number) const;

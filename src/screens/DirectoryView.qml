@@ -14,7 +14,14 @@ Item {
     readonly property QtObject list: session ? session.directoryList : null
     readonly property bool hasDirectory: session ? session.hasDirectory : false
     readonly property bool hasError: session ? session.hasDirectoryError : false
+    // The address book's people beneath the company, searched alike.
+    readonly property QtObject contacts: shell ? shell.directoryContacts : null
+    readonly property bool contactsShown: contacts !== null && contacts.sectionShown
+    readonly property bool noResults: list !== null && list.noResults
     property alias query: search.text
+    // The contact whose numbers are offered: {name, numbers}, or null.
+    property var choosing: null
+    onChoosingChanged: if (choosing !== null) chooser.open()
 
     Accessible.role: Accessible.Pane
     Accessible.name: qsTr("Directory")
@@ -70,7 +77,12 @@ Item {
                     color: Theme.secondaryText
                     Accessible.ignored: true
                 }
-                onTextChanged: if (view.list) view.list.query = text
+                onTextChanged: {
+                    if (view.list)
+                        view.list.query = text
+                    if (view.contacts)
+                        view.contacts.query = text
+                }
                 Keys.onEscapePressed: text = ""
             }
         }
@@ -132,15 +144,91 @@ Item {
                     phone: view.phone
                     shell: view.shell
                 }
-            }
 
-            SectionEmptyState {
-                objectName: "directoryNoResults"
-                anchors.fill: parent
-                visible: view.hasDirectory && view.list !== null && view.list.noResults
-                title: qsTr("No Results")
-                systemImage: "magnifyingglass"
-                description: qsTr("No results for “%1”").arg(search.text.trim())
+                // A search that finds no one of the company says so, also
+                // when people of the address book match: they follow below.
+                header: Item {
+                    width: ListView.view.width
+                    height: view.noResults ? (view.contactsShown ? 220 : rows.height) : 0
+                    SectionEmptyState {
+                        objectName: "directoryNoResults"
+                        anchors.fill: parent
+                        visible: view.noResults
+                        title: qsTr("No Results")
+                        systemImage: "magnifyingglass"
+                        description: qsTr("No results for “%1”").arg(search.text.trim())
+                    }
+                }
+
+                footer: Item {
+                    width: ListView.view.width
+                    height: view.contactsShown ? contactsSection.implicitHeight : 0
+                    Column {
+                        id: contactsSection
+                        objectName: "contactsSection"
+                        width: parent.width
+                        visible: view.contactsShown
+
+                        Item {
+                            width: parent.width
+                            height: 30
+                            RowSectionHeader {
+                                x: 16
+                                anchors.bottom: parent.bottom
+                                anchors.bottomMargin: 6
+                                title: qsTr("Contacts")
+                            }
+                        }
+                        ContactsPromptRow {
+                            width: parent.width
+                            visible: view.contacts !== null && view.contacts.promptShown
+                            height: visible ? implicitHeight : 0
+                            onActivated: view.contacts.requestAccess()
+                        }
+                        Repeater {
+                            model: view.contacts !== null && view.contacts.authorized
+                                   ? view.contacts : null
+                            delegate: ContactRow {
+                                width: contactsSection.width
+                                phone: view.phone
+                                shell: view.shell
+                                onChoose: (name, numbers) => view.choosing = { name: name, numbers: numbers }
+                            }
+                        }
+                    }
+                }
+            }
+        }
+    }
+
+    // Which of a contact's numbers to call.
+    Dialog {
+        id: chooser
+        objectName: "contactNumbers"
+        parent: Overlay.overlay
+        anchors.centerIn: parent
+        width: Math.min(340, view.width - 48)
+        modal: true
+        title: view.choosing ? view.choosing.name : ""
+        standardButtons: Dialog.Cancel
+        onClosed: view.choosing = null
+
+        ColumnLayout {
+            width: parent.width
+            spacing: 6
+            Repeater {
+                model: view.choosing ? view.choosing.numbers : []
+                delegate: Button {
+                    required property string modelData
+                    Accessible.onPressAction: clicked()
+                    objectName: "contactNumber"
+                    Layout.fillWidth: true
+                    text: modelData
+                    onClicked: {
+                        view.phone.dialOrQueue(modelData)
+                        chooser.close()
+                    }
+                }
             }
         }
     }

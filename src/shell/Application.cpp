@@ -107,6 +107,8 @@ void Application::init(SettingsStore& settings, SecureStore& secrets) {
             &Application::applyKeepInTray);
     QGuiApplication::setQuitOnLastWindowClosed(!m_shellState->keepInTray());
     // --- end of main window and tray ---
+    // --- directory: the address book beneath the company ---
+    m_shellState->bindContacts(*m_contacts);
     // After a resume or when the network returns, the live socket is replaced
     // at once rather than after the back-off.
     Live& live = m_session->live();

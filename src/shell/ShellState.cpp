@@ -33,6 +33,11 @@ ShellState::ShellState(SettingsStore& settings, Phone& phone, Session& session, 
     connect(&session, &Session::meChanged, this, &ShellState::forwardingChanged);
     // --- end of server actions ---
     connect(&phone, &Phone::registrationUpdated, this, &ShellState::registrationChanged);
+    // --- directory ---
+    m_contactsModel = std::make_unique<ContactsModel>();
+    m_directoryContacts = std::make_unique<ContactsFilter>();
+    m_directoryContacts->setContactsModel(m_contactsModel.get());
+    // --- end of directory ---
     // --- settings window ---
     m_settingsState = std::make_unique<SettingsState>(
         phone, session, settings,
@@ -80,6 +85,12 @@ bool ShellState::isSection(const QString& name) {
     }
     return false;
 }
+
+// --- directory ---
+void ShellState::bindContacts(PhoneContacts& contacts) {
+    m_contactsModel->bind(&contacts);
+}
+// --- end of directory ---
 
 void ShellState::setSection(const QString& section) {
     if (!isSection(section) || section == m_section) {

@@ -3,6 +3,8 @@
 #include "history/RecentsModel.h"
 #include "platform/SettingsStore.h"
 #include "session/ConferenceModel.h"
+#include "session/ContactsFilter.h"
+#include "session/ContactsModel.h"
 #include "session/QueuesModel.h"
 #include "session/Session.h"
 #include "shell/VoicemailPlayer.h"
@@ -50,6 +52,8 @@ class ShellState : public QObject {
     // --- queues and conference ---
     Q_PROPERTY(QueuesModel* queues READ queuesModel CONSTANT)
     Q_PROPERTY(ConferenceModel* conference READ conferenceModel CONSTANT)
+    // --- directory: the address book's people under the company ---
+    Q_PROPERTY(ContactsFilter* directoryContacts READ directoryContacts CONSTANT)
     // --- settings window ---
     Q_PROPERTY(SettingsState* settings READ settingsState CONSTANT)
     // --- end of settings window ---
@@ -109,6 +113,12 @@ public:
     // A new draft of the user's rules for the editor, owned by the caller.
     Q_INVOKABLE QObject* newForwardingDraft();
     // --- end of forwarding editor ---
+
+    // --- directory ---
+    // The directory screen's Contacts section over the address book.
+    ContactsFilter* directoryContacts() const { return m_directoryContacts.get(); }
+    void bindContacts(PhoneContacts& contacts);
+    // --- end of directory ---
 
     // --- settings window ---
     // Starting at login, the own picture, the status lines and the sign-outs.
@@ -175,4 +185,8 @@ private:
     // --- settings window ---
     std::unique_ptr<SettingsState> m_settingsState;
     // --- end of settings window ---
+    // --- directory ---
+    std::unique_ptr<ContactsModel> m_contactsModel;
+    std::unique_ptr<ContactsFilter> m_directoryContacts;
+    // --- end of directory ---
 };

@@ -85,6 +85,29 @@ void EdsLab::setNote(const QString& id, const QString& note) {
     }
 }
 
+void EdsLab::setPhoto(const QString& id, const QByteArray& jpeg) {
+    Book book;
+    GError* error = nullptr;
+    EContact* contact = nullptr;
+    if (!e_book_client_get_contact_sync(book.client(), id.toUtf8().constData(), &contact, nullptr,
+                                        &error)) {
+        throw std::runtime_error(std::string("EDS get: ") + error->message);
+    }
+    EContactPhoto* photo = e_contact_photo_new();
+    photo->type = E_CONTACT_PHOTO_TYPE_INLINED;
+    e_contact_photo_set_inlined(photo, reinterpret_cast<const guchar*>(jpeg.constData()),
+                                gsize(jpeg.size()));
+    e_contact_photo_set_mime_type(photo, "image/jpeg");
+    e_contact_set(contact, E_CONTACT_PHOTO, photo);
+    e_contact_photo_free(photo);
+    const bool done = e_book_client_modify_contact_sync(
+        book.client(), contact, E_BOOK_OPERATION_FLAG_NONE, nullptr, &error);
+    g_object_unref(contact);
+    if (!done) {
+        throw std::runtime_error(std::string("EDS modify: ") + error->message);
+    }
+}
+
 void EdsLab::remove(const QString& id) {
     Book book;
     GError* error = nullptr;

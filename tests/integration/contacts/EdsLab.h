@@ -24,6 +24,8 @@ public:
 
     // What the user does in a contacts app: a note on a contact, a contact deleted.
     void setNote(const QString& id, const QString& note);
+    // A picture kept inside the contact, as a contacts app stores one.
+    void setPhoto(const QString& id, const QByteArray& jpeg);
     void remove(const QString& id);
 
     // The whole system address book as vCards, read in a process of its own

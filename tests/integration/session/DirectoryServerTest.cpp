@@ -103,11 +103,12 @@ TEST_F(DirectoryServer, TheFirstReadBringsTheCompanyWithItsTagAndWritesTheLaunch
     const auto first = requests("GET", "api/directory");
     ASSERT_EQ(first.size(), 1);
     EXPECT_FALSE(header(first[0], "If-None-Match"));
-    // Twelve colleagues and three ring groups; the flows have no extension to dial.
+    // Twelve colleagues, three ring groups and two call flows, each with its extension.
     const auto rows = DirectoryCache::read();
-    ASSERT_EQ(rows.size(), 15);
+    ASSERT_EQ(rows.size(), 17);
     EXPECT_EQ(rows.first(), (DirectoryContact{"201", "Anna Berger", "Colleague"}));
-    EXPECT_EQ(rows.last().kind, "Group");
+    EXPECT_EQ(rows.at(14).kind, "Group");
+    EXPECT_EQ(rows.last(), (DirectoryContact{"701", "After hours", "Call flow"}));
 }
 
 TEST_F(DirectoryServer, ASecondReadOfAnUnchangedDirectoryDecodesAndPublishesNothing) {

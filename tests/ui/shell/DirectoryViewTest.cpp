@@ -1,97 +1,9 @@
-#include "ScreenHost.h"
+#include "DirectoryScreen.h"
 
-#include "../../integration/session/BrowserKit.h"
-#include "DevServer.h"
-#include "EventLoopWait.h"
-#include "shell/AvatarImageProvider.h"
+#include "RunTask.h"
+#include "history/DirectoryCache.h"
 
-#include <QTemporaryDir>
-
-// The directory screen against rz-devserver, in each state of its loading
-// ladder, light and dark, grabbed to build/screenshots.
-namespace {
-
-const QByteArray directoryView = R"(
-    DirectoryView {
-        objectName: "directoryView"
-        anchors.fill: parent
-        session: w.session
-        phone: w.phone
-        shell: w.shell
-    }
-)";
-
-class DirectoryScreen : public ScreenHost {
-protected:
-    void SetUp() override {
-        qputenv("XDG_CACHE_HOME", caches.path().toUtf8());
-        ScreenHost::SetUp();
-        settings.setUrl("rz.server", server.url());
-        restart();
-        engine.addImageProvider(AvatarImageProvider::name,
-                                new AvatarImageProvider(app().session()));
-        useSigningInBrowser(app().session());
-    }
-
-    void TearDown() override {
-        ScreenHost::TearDown();
-        engine.removeImageProvider(AvatarImageProvider::name);
-    }
-
-    // Signed in, with enter() done as far as the directory read it starts.
-    void signIn() {
-        app().session().signIn();
-        ASSERT_TRUE(spinUntil(
-            [&] { return app().session().me().has_value() || app().session().hasError(); },
-            std::chrono::milliseconds(10000)));
-        ASSERT_FALSE(app().session().hasError()) << app().session().errorText().toStdString();
-    }
-
-    bool shows(const char* name) {
-        QQuickItem* found = item(name);
-        return found && found->isVisible();
-    }
-
-    // The delegates the list shows now, in order (pooled ones left out).
-    QList<QQuickItem*> rows() {
-        QList<QQuickItem*> shown;
-        QQuickItem* list = item("directoryList");
-        const int count = list ? list->property("count").toInt() : 0;
-        for (int i = 0; i < count; ++i) {
-            QQuickItem* delegate = nullptr;
-            QMetaObject::invokeMethod(list, "itemAtIndex", Q_RETURN_ARG(QQuickItem*, delegate),
-                                      Q_ARG(int, i));
-            if (delegate) {
-                shown.append(delegate);
-            }
-        }
-        return shown;
-    }
-
-    QStringList rowNames() {
-        QStringList names;
-        for (QQuickItem* delegate : rows()) {
-            names.append(delegate->property("name").toString());
-        }
-        return names;
-    }
-
-    QQuickItem* row(const QString& name) {
-        for (QQuickItem* delegate : rows()) {
-            if (delegate->property("name").toString() == name) {
-                return delegate;
-            }
-        }
-        return nullptr;
-    }
-
-    void search(const QString& text) { item("directorySearch")->setProperty("text", text); }
-
-    QTemporaryDir caches;
-    DevServer server{{"--auto-approve", "u-001"}};
-};
-
-} // namespace
+// The directory screen in each state of its loading ladder, light and dark.
 
 TEST_F(DirectoryScreen, TheSkeletonShowsWhileTheFirstReadIsUnderWay) {
     server.control("POST", "faults", {{"path", "api/directory"}, {"delayMs", 3000}, {"count", 2}});
@@ -215,4 +127,41 @@ TEST_F(DirectoryScreen, TheCallButtonDialsTheExtension) {
     EXPECT_TRUE(row("Ben Okafor")->property("callEnabled").toBool());
     click(itemsNamed(row("Ben Okafor"), "rowCallButton").value(0));
     EXPECT_EQ(app().phone().pendingDial(), QString("202"));
+}
+
+TEST_F(DirectoryScreen,
+       ARestartWithTheServerDownShowsTheErrorWhilePicturesAndLaunchersStillAnswer) {
+    signIn();
+    ASSERT_TRUE(spinUntil([&] { return app().session().hasDirectory(); },
+                          std::chrono::milliseconds(10000)));
+    AvatarRef ben;
+    for (const auto& entry : app().session().directory()->users) {
+        if (entry.name == "Ben Okafor") {
+            ben = *entry.avatar;
+        }
+    }
+    const auto picture = runTask(app().session().avatarData(ben));
+    ASSERT_TRUE(picture.has_value());
+
+    // The next start finds no server: the directory was never kept on disk.
+    server.process().stop();
+    engine.removeImageProvider(AvatarImageProvider::name);
+    restart();
+    engine.addImageProvider(AvatarImageProvider::name, new AvatarImageProvider(app().session()));
+    runTask(app().session().restore());
+    for (const bool dark : {false, true}) {
+        host(directoryView, dark);
+        ASSERT_TRUE(spinUntil([&] { return shows("directoryLoadError"); },
+                              std::chrono::milliseconds(10000)));
+        EXPECT_FALSE(shows("directoryList"));
+        EXPECT_FALSE(shows("directorySkeleton"));
+        EXPECT_FALSE(shows("directoryStale"));
+        screenshot(dark ? "directory-restart-offline-dark" : "directory-restart-offline-light");
+    }
+    EXPECT_FALSE(app().session().directory().has_value());
+    // Pictures come from the disk cache, and the launchers from their file.
+    EXPECT_EQ(runTask(app().session().avatarData(ben)), picture);
+    const auto found = DirectoryCache::entitiesMatching("ben");
+    ASSERT_EQ(found.size(), 1);
+    EXPECT_EQ(found.first().name, "Ben Okafor");
 }

@@ -250,3 +250,32 @@ TEST(DevServerCallRouter, TheMainLineQueuesTheCallerAndRingsTheAvailableAgents) 
     EXPECT_EQ(queue->agents[0].state, "available");
     EXPECT_EQ(ended.boards, std::vector<std::string>{"q-support"});
 }
+
+TEST(DevServerCallRouter, TheMainLinesExtensionQueuesTheCallerLikeItsNumber) {
+    Phones p;
+    CallChanges changes;
+    EXPECT_EQ(p.router.route("c1", "acme.206.f", "", "sip:700@rz.local", changes).text,
+              "users|0|acme.201.a1|acme.201.a2|end");
+    EXPECT_EQ(p.router.dialog("c1")->queueId, "q-support");
+    EXPECT_EQ(p.router.dialog("c1")->to.at("name"), "Main line");
+}
+
+TEST(DevServerCallRouter, AnotherFlowsExtensionRingsItsMembersWithoutAMailbox) {
+    Phones p;
+    p.addDevice("dev-c", "u-003", "acme.203.c");
+    CallChanges changes;
+    // After hours rings Chloé; no mailbox takes the call while it rings.
+    EXPECT_EQ(p.router.route("c1", "acme.201.a1", "", "701", changes).text,
+              "users|0|acme.203.c|end");
+    EXPECT_EQ(p.router.dialog("c1")->flowId, "f-after");
+    EXPECT_EQ(p.router.dialog("c1")->to.at("name"), "After hours");
+    CallChanges late;
+    EXPECT_EQ(p.router.unanswered("c1", late).text, "none");
+}
+
+TEST(DevServerCallRouter, AFlowWhoseMembersHaveNoPhoneIsUnavailable) {
+    Phones p;
+    CallChanges changes;
+    EXPECT_EQ(p.router.route("c1", "acme.201.a1", "", "701", changes).text,
+              "reject|480|Temporarily Unavailable");
+}

@@ -44,6 +44,14 @@ TEST(DevServerModel, TheDemoCompanyHasItsFixture) {
     EXPECT_EQ(c.model.membershipsJson("u-001").size(), 2u);
 }
 
+TEST(DevServerModel, EveryCallFlowOfTheDirectoryHasAnExtensionToCall) {
+    Company c;
+    const auto flows = c.model.directoryJson().at("flows");
+    ASSERT_EQ(flows.size(), 2u);
+    EXPECT_EQ(flows[0].at("extension"), "700");
+    EXPECT_EQ(flows[1].at("extension"), "701");
+}
+
 TEST(DevServerModel, ALargeCompanyKeepsIdsAndExtensionsUnique) {
     Clock clock;
     Model model(clock);
