@@ -19,6 +19,10 @@
         <source>The server did not answer within %1 seconds.</source>
         <translation>Der Server hat nicht innerhalb von %1 Sekunden geantwortet.</translation>
     </message>
+    <message>
+        <source>Something went wrong.</source>
+        <translation>Etwas ist schiefgelaufen.</translation>
+    </message>
 </context>
 <context>
     <name>AvatarCropView</name>
@@ -48,13 +52,6 @@
     <message>
         <source>Echo cancellation is off. Use headphones.</source>
         <translation>Die Echounterdrückung ist aus. Verwenden Sie Kopfhörer.</translation>
-    </message>
-</context>
-<context>
-    <name>CallHistory</name>
-    <message>
-        <source>Something went wrong.</source>
-        <translation>Etwas ist schiefgelaufen.</translation>
     </message>
 </context>
 <context>
@@ -319,6 +316,31 @@
     </message>
 </context>
 <context>
+    <name>ContactRow</name>
+    <message>
+        <source>Calls %1</source>
+        <translation>Ruft %1 an</translation>
+    </message>
+</context>
+<context>
+    <name>ContactsModel</name>
+    <message>
+        <source>%1 +%2</source>
+        <translation>%1 +%2</translation>
+    </message>
+</context>
+<context>
+    <name>ContactsPromptRow</name>
+    <message>
+        <source>Show contacts</source>
+        <translation>Kontakte anzeigen</translation>
+    </message>
+    <message>
+        <source>Names and photos stay on this computer.</source>
+        <translation>Namen und Fotos bleiben auf diesem Computer.</translation>
+    </message>
+</context>
+<context>
     <name>DesktopNotifications</name>
     <message>
         <source>Show</source>
@@ -408,6 +430,10 @@
     <message>
         <source>No results for “%1”</source>
         <translation>Keine Ergebnisse für „%1“</translation>
+    </message>
+    <message>
+        <source>Contacts</source>
+        <translation>Kontakte</translation>
     </message>
 </context>
 <context>
@@ -980,10 +1006,6 @@
 </context>
 <context>
     <name>Session</name>
-    <message>
-        <source>Something went wrong.</source>
-        <translation>Etwas ist schiefgelaufen.</translation>
-    </message>
     <message>
         <source>Could not open a web browser. To sign in, open this address in one: %1</source>
         <translation>Es konnte kein Webbrowser geöffnet werden. Öffnen Sie zum Anmelden diese Adresse in einem Browser: %1</translation>
