@@ -168,6 +168,17 @@ TEST_F(PhoneApp, AnAppKilledMidCallHasTheCallMarkedInterruptedAtTheNextStart) {
         ASSERT_TRUE(waitForProperty("ActiveCall", [](const QVariant& v) {
             return qdbus_cast<QVariantMap>(v).value("status").toString() == "connected";
         }));
+        // The app writes its settings on a thread of its own: the answer
+        // reaches the file a moment after the bus reports it.
+        QDeadlineTimer written(10000);
+        while (!written.hasExpired()) {
+            IniSettingsStore file(configFile());
+            const auto entries = Recents::decode(file.data("recents.v1").value_or(QByteArray()));
+            if (entries && !entries->isEmpty() && entries->front().answered) {
+                break;
+            }
+            QTest::qWait(20);
+        }
         ::kill(pid_t(app.pid()), SIGKILL);
         ASSERT_TRUE(app.process().waitForFinished(10000));
     }
