@@ -13,6 +13,8 @@ Item {
 
     width: size
     height: size
+    implicitWidth: size
+    implicitHeight: size
 
     Rectangle {
         anchors.fill: parent

@@ -109,10 +109,11 @@ FocusScope {
             onMerge: screen.session.mergeCallsFromScreen()
         }
 
-        CallAvatar {
+        Avatar {
             Layout.alignment: Qt.AlignHCenter
             size: 64
-            name: screen.name
+            name: screen.name || screen.number
+            shell: screen.shell
         }
         Label {
             objectName: "callName"

@@ -96,6 +96,7 @@ ApplicationWindow {
         MiniBar {
             phone: window.phone
             windows: window.windows
+            shell: window.shell
         }
     }
 }

@@ -82,6 +82,8 @@ Item {
                         view.list.query = text
                     if (view.contacts)
                         view.contacts.query = text
+                    // Each search shows what it finds from the top.
+                    rows.positionViewAtBeginning()
                 }
                 Keys.onEscapePressed: text = ""
             }
@@ -122,7 +124,7 @@ Item {
                 model: view.hasDirectory ? view.list : null
                 reuseItems: true
                 boundsBehavior: Flickable.StopAtBounds
-                ScrollBar.vertical: ScrollBar {}
+                ScrollBar.vertical: ScrollBar { Accessible.name: qsTr("Directory") }
                 Accessible.role: Accessible.List
                 Accessible.name: qsTr("Directory")
 
@@ -145,57 +147,72 @@ Item {
                     shell: view.shell
                 }
 
-                // A search that finds no one of the company says so, also
-                // when people of the address book match: they follow below.
-                header: Item {
+                // A search that finds no one of the company says so; the
+                // people of the address book who match follow right below.
+                // (With no rows, the view would put its footer at its far
+                // end, so there they stand in the header.)
+                header: Column {
                     width: ListView.view.width
-                    height: view.noResults ? (view.contactsShown ? 220 : rows.height) : 0
-                    SectionEmptyState {
-                        objectName: "directoryNoResults"
-                        anchors.fill: parent
-                        visible: view.noResults
-                        title: qsTr("No Results")
-                        systemImage: "magnifyingglass"
-                        description: qsTr("No results for “%1”").arg(search.text.trim())
+                    Item {
+                        width: parent.width
+                        height: view.noResults ? (view.contactsShown ? 180 : rows.height) : 0
+                        SectionEmptyState {
+                            objectName: "directoryNoResults"
+                            anchors.fill: parent
+                            visible: view.noResults
+                            title: qsTr("No Results")
+                            systemImage: "magnifyingglass"
+                            description: qsTr("No results for “%1”").arg(search.text.trim())
+                        }
+                    }
+                    Loader {
+                        width: parent.width
+                        active: view.noResults && view.contactsShown
+                        sourceComponent: contactsSection
                     }
                 }
 
-                footer: Item {
+                footer: Loader {
                     width: ListView.view.width
-                    height: view.contactsShown ? contactsSection.implicitHeight : 0
-                    Column {
-                        id: contactsSection
-                        objectName: "contactsSection"
-                        width: parent.width
-                        visible: view.contactsShown
+                    active: !view.noResults && view.contactsShown
+                    sourceComponent: contactsSection
+                }
+            }
+        }
+    }
 
-                        Item {
-                            width: parent.width
-                            height: 30
-                            RowSectionHeader {
-                                x: 16
-                                anchors.bottom: parent.bottom
-                                anchors.bottomMargin: 6
-                                title: qsTr("Contacts")
-                            }
-                        }
-                        ContactsPromptRow {
-                            width: parent.width
-                            visible: view.contacts !== null && view.contacts.promptShown
-                            height: visible ? implicitHeight : 0
-                            onActivated: view.contacts.requestAccess()
-                        }
-                        Repeater {
-                            model: view.contacts !== null && view.contacts.authorized
-                                   ? view.contacts : null
-                            delegate: ContactRow {
-                                width: contactsSection.width
-                                phone: view.phone
-                                shell: view.shell
-                                onChoose: (name, numbers) => view.choosing = { name: name, numbers: numbers }
-                            }
-                        }
-                    }
+    // The address book's people who match, under the company's.
+    Component {
+        id: contactsSection
+        Column {
+            id: contactsColumn
+            objectName: "contactsSection"
+            width: parent ? parent.width : 0
+
+            Item {
+                width: parent.width
+                height: 30
+                RowSectionHeader {
+                    x: 16
+                    anchors.bottom: parent.bottom
+                    anchors.bottomMargin: 6
+                    title: qsTr("Contacts")
+                }
+            }
+            ContactsPromptRow {
+                width: parent.width
+                visible: view.contacts !== null && view.contacts.promptShown
+                height: visible ? implicitHeight : 0
+                onActivated: view.contacts.requestAccess()
+            }
+            Repeater {
+                model: view.contacts !== null && view.contacts.authorized
+                       ? view.contacts : null
+                delegate: ContactRow {
+                    width: contactsColumn.width
+                    phone: view.phone
+                    shell: view.shell
+                    onChoose: (name, numbers) => view.choosing = { name: name, numbers: numbers }
                 }
             }
         }

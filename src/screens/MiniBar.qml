@@ -9,6 +9,7 @@ FocusScope {
 
     required property QtObject phone
     required property QtObject windows
+    property QtObject shell: null
 
     readonly property var call: phone.activeCall
     readonly property bool incoming: call.status === "incoming"
@@ -21,9 +22,10 @@ FocusScope {
         anchors.centerIn: parent
         spacing: 8
 
-        CallAvatar {
+        Avatar {
             size: 32
-            name: bar.call.name || ""
+            name: bar.call.name || bar.call.number || ""
+            shell: bar.shell
         }
         ColumnLayout {
             spacing: 0

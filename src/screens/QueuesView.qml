@@ -92,7 +92,7 @@ Item {
             // A pull past the top reloads the queues.
             onVerticalOvershootChanged: if (verticalOvershoot < -60 && dragging)
                                             view.queues.refresh()
-            ScrollBar.vertical: ScrollBar {}
+            ScrollBar.vertical: ScrollBar { Accessible.name: qsTr("Queues") }
 
             delegate: QueueCard {
                 objectName: "queueCard_" + queueId

@@ -80,7 +80,7 @@ Item {
         reuseItems: true
         Accessible.role: Accessible.List
         Accessible.name: qsTr("Recents")
-        ScrollBar.vertical: ScrollBar {}
+        ScrollBar.vertical: ScrollBar { Accessible.name: qsTr("Recents") }
         Keys.onReturnPressed: if (currentIndex >= 0) view.model.callBack(currentIndex)
         Keys.onEnterPressed: if (currentIndex >= 0) view.model.callBack(currentIndex)
         // The current row is marked once the keyboard moves in the list, not for a mouse.

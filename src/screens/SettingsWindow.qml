@@ -28,6 +28,16 @@ ApplicationWindow {
         anchors.fill: parent
         contentWidth: availableWidth
         clip: true
+        // The form is as wide as the window: only the vertical bar, and it
+        // carries a name for screen readers.
+        ScrollBar.horizontal.policy: ScrollBar.AlwaysOff
+        ScrollBar.vertical: ScrollBar {
+            parent: scroller
+            x: scroller.mirrored ? 0 : scroller.width - width
+            y: scroller.topPadding
+            height: scroller.availableHeight
+            Accessible.name: qsTr("Settings")
+        }
 
         ColumnLayout {
             id: form
@@ -453,6 +463,9 @@ ApplicationWindow {
             valueRole: "name"
             currentIndex: deviceRow.indexOfChosen()
             Accessible.name: deviceRow.label
+            // The box itself tells its value; its inner text is not a
+            // control of its own.
+            Component.onCompleted: contentItem.Accessible.ignored = true
             onActivated: (index) => {
                 deviceRow.picked(deviceRow.rows[index].name)
                 // The choice is the settings'; the box follows it again.

@@ -114,7 +114,7 @@ Item {
                 // A pull past the top reloads the mailbox.
                 onVerticalOvershootChanged: if (verticalOvershoot < -60 && dragging)
                                                 view.session.refreshVoicemailFromScreen()
-                ScrollBar.vertical: ScrollBar {}
+                ScrollBar.vertical: ScrollBar { Accessible.name: qsTr("Voicemail") }
 
                 delegate: VoicemailRow {
                     required property var modelData

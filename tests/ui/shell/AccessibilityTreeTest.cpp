@@ -3,6 +3,7 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusVariant>
+#include <QRegularExpression>
 
 // The app's windows as a screen reader reads them: the app's AT-SPI tree on
 // a private accessibility bus, walked by pyatspi.
@@ -139,4 +140,37 @@ TEST_F(AccessibilityTree, EveryControlOfTheTrayPanelIsNamed) {
     ASSERT_FALSE(tree.isEmpty());
     EXPECT_EQ(tree.last(), "unnamed: 0");
     expectNamed(tree, {"Number or extension", "Call", "Do not disturb"});
+}
+
+TEST_F(AccessibilityTree, EveryControlOfTheSettingsWindowIsNamed) {
+    startSignedIn();
+    // Opened from the sidebar as a screen reader's user opens it.
+    ASSERT_TRUE(press("Settings"));
+
+    const QStringList tree = readTree("Settings");
+    ASSERT_FALSE(tree.isEmpty());
+    EXPECT_EQ(tree.last(), "unnamed: 0");
+    expectNamed(tree, {"Do not disturb", "Ringing device", "Call speaker", "Call microphone"});
+}
+
+TEST_F(AccessibilityTree, EveryControlOfEachSectionIsNamed) {
+    startSignedIn();
+    // Each section chosen in the sidebar as a screen reader's user chooses
+    // it, and read once its own list shows.
+    for (const char* section : {"Recents", "Directory", "Voicemail", "Queues"}) {
+        // A section's name carries its badge ("Voicemail, 3").
+        const QStringList sidebar = readTree("velnor RZ");
+        const QStringList entries =
+            sidebar.filter(QRegularExpression(QString("^list item\t%1(, \\d+)?$").arg(section)));
+        ASSERT_EQ(entries.size(), 1) << section;
+        ASSERT_TRUE(press(entries.first().section('\t', 1))) << section;
+        const QString own = QString("scroll bar\t") + section;
+        QStringList tree;
+        QDeadlineTimer deadline(30000);
+        while (!deadline.hasExpired() && !tree.contains(own)) {
+            tree = readTree("velnor RZ");
+        }
+        ASSERT_TRUE(tree.contains(own)) << section;
+        EXPECT_EQ(tree.last(), "unnamed: 0") << section;
+    }
 }

@@ -26,8 +26,11 @@ TEST_F(DirectoryScreen, TheSkeletonShowsWhileTheFirstReadIsUnderWay) {
 TEST_F(DirectoryScreen, AFirstReadThatFailsShowsTheErrorAndTryAgainLoadsTheList) {
     server.control(
         "POST", "faults",
-        {{"path", "api/directory"}, {"status", 503}, {"body", "maintenance"}, {"count", 2}});
+        {{"path", "api/directory"}, {"status", 503}, {"body", "maintenance"}, {"count", 100}});
     signIn();
+    // The sign-in's own read has failed; each screen shown reads again, and fails too.
+    ASSERT_TRUE(spinUntil([&] { return app().session().directoryError().has_value(); },
+                          std::chrono::milliseconds(10000)));
     for (const bool dark : {false, true}) {
         host(directoryView, dark);
         ASSERT_TRUE(spinUntil([&] { return shows("directoryLoadError"); },
@@ -37,6 +40,8 @@ TEST_F(DirectoryScreen, AFirstReadThatFailsShowsTheErrorAndTryAgainLoadsTheList)
         EXPECT_TRUE(itemWithText("HTTP 503: maintenance"));
         screenshot(dark ? "directory-error-dark" : "directory-error-light");
     }
+    // The server is back: "Try again" loads the list.
+    server.control("DELETE", "faults");
     click(item("tryAgainButton"));
     ASSERT_TRUE(
         spinUntil([&] { return shows("directoryList"); }, std::chrono::milliseconds(10000)));
