@@ -5,6 +5,7 @@
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
+#include <QNetworkProxy>
 #include <QProcess>
 #include <QThread>
 
@@ -58,6 +59,9 @@ void waitListening(std::uint16_t port, std::chrono::milliseconds bound, ChildPro
                  " exited: " + owner.process().readAllStandardError().right(3000).toStdString());
         }
         QTcpSocket probe;
+        // The lab's own addresses: no proxy to look up (the lookup runs on
+        // a thread of the proxy library's).
+        probe.setProxy(QNetworkProxy::NoProxy);
         probe.connectToHost(QString::fromStdString(host), port);
         if (probe.waitForConnected(100)) {
             probe.disconnectFromHost();
@@ -338,6 +342,7 @@ Baresip::Baresip(const QString& dir, const std::string& user, Role role, const K
     };
     waitListening(controlPort, 10s, m_process, "baresip", labNetwork().controlHost());
     mark("control port open");
+    m_control.setProxy(QNetworkProxy::NoProxy);
     m_control.connectToHost(QString::fromStdString(labNetwork().controlHost()), controlPort);
     if (!m_control.waitForConnected(5000)) {
         fail("cannot reach baresip's control port");
