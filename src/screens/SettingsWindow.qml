@@ -22,6 +22,21 @@ ApplicationWindow {
     minimumHeight: 480
     color: Theme.windowBackground
     font.family: Theme.fontFamily
+    // The controls draw in the app's own light or dark colours, also where
+    // the desktop's palette says otherwise.
+    // (Texts by colour group: a disabled control must look so.)
+    palette.window: Theme.windowBackground
+    palette.base: Theme.fieldBackground
+    palette.button: Theme.fieldBackground
+    palette.active.windowText: Theme.primaryText
+    palette.active.text: Theme.primaryText
+    palette.active.buttonText: Theme.primaryText
+    palette.inactive.windowText: Theme.primaryText
+    palette.inactive.text: Theme.primaryText
+    palette.inactive.buttonText: Theme.primaryText
+    palette.disabled.windowText: Theme.secondaryText
+    palette.disabled.text: Theme.secondaryText
+    palette.disabled.buttonText: Theme.secondaryText
 
     ScrollView {
         id: scroller
@@ -184,7 +199,6 @@ ApplicationWindow {
                     objectName: "dndSwitch"
                     Layout.fillWidth: true
                     text: qsTr("Do not disturb")
-                    palette.windowText: Theme.primaryText
                     palette.base: Theme.fieldBackground
                     enabled: window.session.hasMe
                     checked: window.session.dnd
@@ -352,7 +366,6 @@ ApplicationWindow {
                 objectName: "keepInTraySwitch"
                 Layout.fillWidth: true
                 text: qsTr("Keep running in the tray when the window is closed")
-                palette.windowText: Theme.primaryText
                 checked: window.shell.keepInTray
                 onToggled: window.shell.keepInTray = checked
                 Accessible.name: text
@@ -381,7 +394,6 @@ ApplicationWindow {
                     objectName: "openAtLoginSwitch"
                     Layout.fillWidth: true
                     text: qsTr("Open at login")
-                    palette.windowText: Theme.primaryText
                     checked: window.settings.openAtLogin
                     Accessible.name: text
                     onToggled: {

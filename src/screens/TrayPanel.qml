@@ -209,6 +209,10 @@ Window {
             objectName: "trayDnd"
             Layout.fillWidth: true
             text: qsTr("Do not disturb")
+            // The label's colour by group: dimmed while there is no one signed in.
+            palette.active.text: Theme.primaryText
+            palette.inactive.text: Theme.primaryText
+            palette.disabled.text: Theme.secondaryText
             // Shown at once; a refusal by the server turns it back.
             enabled: panel.session.hasMe
             checked: panel.session.dnd
@@ -217,7 +221,6 @@ Window {
                 // The flag stays the session's: a rollback shows here too.
                 checked = Qt.binding(() => panel.session.dnd)
             }
-            palette.windowText: Theme.primaryText
             palette.base: Theme.fieldBackground
             Accessible.name: text
         }
