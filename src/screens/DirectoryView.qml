@@ -227,6 +227,11 @@ Item {
         width: Math.min(340, view.width - 48)
         modal: true
         title: view.choosing ? view.choosing.name : ""
+        // In the app's light or dark colours, whatever the desktop's palette.
+        palette.window: Theme.windowBackground
+        palette.button: Theme.fieldBackground
+        palette.windowText: Theme.primaryText
+        palette.buttonText: Theme.primaryText
         standardButtons: Dialog.Cancel
         onClosed: view.choosing = null
 
