@@ -24,7 +24,8 @@ AddressBook::Contact card(const char* id, const char* name, QStringList numbers,
     return {id, name, name, std::move(numbers), std::move(thumbnail)};
 }
 
-const QByteArray jpeg("\xff\xd8\xff\xe0\x00\x10JFIF\x00 a face", 20);
+constexpr char jpegStart[] = "\xff\xd8\xff\xe0\x00\x10JFIF\x00 a face";
+const QByteArray jpeg(jpegStart, sizeof jpegStart - 1);
 
 class ContactsSection : public testing::Test {
 protected:
