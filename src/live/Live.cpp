@@ -126,6 +126,14 @@ Live::Live(Connection connection, Clock& clock, QObject* parent)
       m_topics({presenceTopic, callsTopic}) {}
 
 Live::~Live() {
+    // A loop waiting out its back-off ends here and now (its frame freed),
+    // not at a turn of the event loop that may never come.
+    if (m_run) {
+        m_run->cancelled = true;
+        if (const auto waiting = std::exchange(m_run->waiter, nullptr)) {
+            waiting.resume();
+        }
+    }
     stop();
 }
 

@@ -1,11 +1,22 @@
 #include "platform/Clock.h"
 
-#include <QCoro/QCoroSignal>
-#include <QCoro/QCoroTimer>
+#include <QCoro/QCoroTask>
 
 #include <QTimer>
 
+#include <coroutine>
+
 namespace {
+
+struct TimeoutAwaiter {
+    QTimer* timer;
+    bool await_ready() const noexcept { return false; }
+    void await_suspend(std::coroutine_handle<> waiting) {
+        QObject::connect(timer, &QTimer::timeout, timer, [waiting] { waiting.resume(); },
+                         Qt::SingleShotConnection);
+    }
+    void await_resume() const noexcept {}
+};
 
 class SystemClock final : public Clock {
 public:
@@ -17,7 +28,10 @@ public:
         timer.setTimerType(Qt::PreciseTimer);
         timer.setSingleShot(true);
         timer.start(duration);
-        co_await qCoro(&timer, &QTimer::timeout);
+        // Awaited through a slot without arguments: Qt hands a timer's
+        // private signal tag over as no object at all, which an awaiter
+        // that takes the signal's arguments would bind to.
+        co_await TimeoutAwaiter{&timer};
     }
 };
 
