@@ -1,10 +1,10 @@
 #include "live/Live.h"
 
 #include "platform/Log.h"
+#include "platform/Resumption.h"
 
 #include <QNetworkRequest>
 #include <QPointer>
-#include <QTimer>
 
 #include <algorithm>
 #include <coroutine>
@@ -70,25 +70,22 @@ std::optional<QString> conferenceIdOf(const live::OptionalCall& call) {
 
 } // namespace
 
-// One run of the connection loop. stop() marks it cancelled and wakes it; a
-// later start() makes a new one, so an old loop that wakes late finds its own
-// run cancelled and touches nothing.
+// One run of the connection loop. stop() requests its stop, and every wait
+// of the run (back-off, alarm, socket, token renewal) ends inside that
+// request; a later start() makes a new run.
 struct Live::Run {
     QPointer<Live> self;
-    bool cancelled = false;
+    std::stop_source stopping;
     // The next back-off wait is skipped.
     bool hurry = false;
     bool rung = false;
     quint64 sleeps = 0;
-    std::coroutine_handle<> waiter;
+    Resumption backOff;
 
+    bool cancelled() const { return stopping.stop_requested(); }
     void wake() {
         rung = true;
-        if (!waiter) {
-            return;
-        }
-        const auto handle = std::exchange(waiter, nullptr);
-        QTimer::singleShot(0, [handle] { handle.resume(); });
+        backOff.resumeLater(self);
     }
 };
 
@@ -96,16 +93,18 @@ namespace {
 
 struct BackOff {
     Live::Run* run;
-    bool await_ready() const noexcept { return run->cancelled || run->hurry || run->rung; }
-    void await_suspend(std::coroutine_handle<> handle) noexcept { run->waiter = handle; }
+    bool await_ready() const noexcept { return run->cancelled() || run->hurry || run->rung; }
+    bool await_suspend(std::coroutine_handle<> handle) {
+        return run->backOff.arm(handle, run->stopping.get_token());
+    }
     void await_resume() const noexcept {}
 };
 
 // Rings the run when its wait is over, unless a later wait has begun since.
 QCoro::Task<> alarm(std::shared_ptr<Live::Run> run, Clock& clock, std::chrono::milliseconds delay,
                     quint64 number) {
-    co_await clock.sleep(delay);
-    if (run->sleeps == number) {
+    co_await clock.sleep(delay, run->stopping.get_token());
+    if (!run->cancelled() && run->sleeps == number) {
         run->wake();
     }
 }
@@ -126,19 +125,11 @@ Live::Live(Connection connection, Clock& clock, QObject* parent)
       m_topics({presenceTopic, callsTopic}) {}
 
 Live::~Live() {
-    // A loop waiting out its back-off ends here and now (its frame freed),
-    // not at a turn of the event loop that may never come.
-    if (m_run) {
-        m_run->cancelled = true;
-        if (const auto waiting = std::exchange(m_run->waiter, nullptr)) {
-            waiting.resume();
-        }
-    }
     stop();
 }
 
 bool Live::waiting() const {
-    return m_run && m_run->waiter;
+    return m_run && m_run->backOff.armed();
 }
 
 void Live::start() {
@@ -151,14 +142,14 @@ void Live::start() {
 }
 
 void Live::stop() {
-    if (m_run) {
-        m_run->cancelled = true;
-        m_run->wake();
-        m_run.reset();
-    }
-    if (m_task) {
-        const auto socket = std::exchange(m_task, nullptr);
+    const auto run = std::exchange(m_run, nullptr);
+    if (const auto socket = std::exchange(m_task, nullptr)) {
         socket->cancel();
+    }
+    if (run) {
+        // The loop's frames end here, not at a turn of the event loop that
+        // may never come (the app quitting).
+        run->stopping.request_stop();
     }
     setConnected(false);
 }
@@ -177,7 +168,7 @@ void Live::reconnectNow() {
 
 QCoro::Task<> Live::run(std::shared_ptr<Run> run) {
     auto delay = firstDelay;
-    while (!run->cancelled && run->self) {
+    while (!run->cancelled() && run->self) {
         std::exception_ptr failure;
         try {
             co_await connectOnce(run, delay);
@@ -194,7 +185,7 @@ QCoro::Task<> Live::run(std::shared_ptr<Run> run) {
                                      .arg(closeCode)
                                      .arg(durationText(delay)));
         }
-        if (run->cancelled) {
+        if (run->cancelled()) {
             co_return;
         }
         setConnected(false);
@@ -213,7 +204,7 @@ QCoro::Task<> Live::run(std::shared_ptr<Run> run) {
 QCoro::Task<> Live::connectOnce(std::shared_ptr<Run> run, std::chrono::milliseconds& delay) {
     auto connection = m_connection;
     const API::LiveConnection target = co_await connection();
-    if (run->cancelled || !run->self) {
+    if (run->cancelled() || !run->self) {
         co_return;
     }
     Log::info(Log::live, QStringLiteral("connecting %1, topics %2")
@@ -223,8 +214,8 @@ QCoro::Task<> Live::connectOnce(std::shared_ptr<Run> run, std::chrono::milliseco
     const auto socket = LiveSocket::make();
     m_task = socket;
     try {
-        co_await socket->open(request);
-        if (run->cancelled) {
+        co_await socket->open(request, run->stopping.get_token());
+        if (run->cancelled()) {
             socket->cancel();
             co_return;
         }
@@ -238,16 +229,16 @@ QCoro::Task<> Live::connectOnce(std::shared_ptr<Run> run, std::chrono::milliseco
     }
 
     const auto renewalStopped = std::make_shared<bool>(false);
-    renew(renewalStopped, socket, target.expiry);
-    while (!run->cancelled) {
+    renew(renewalStopped, run->stopping.get_token(), socket, target.expiry);
+    while (!run->cancelled()) {
         QByteArray bytes;
         try {
-            bytes = co_await socket->receive();
+            bytes = co_await socket->receive(run->stopping.get_token());
         } catch (...) {
             giveUp(renewalStopped, socket);
             throw;
         }
-        if (run->cancelled || !run->self) {
+        if (run->cancelled() || !run->self) {
             break;
         }
         if (!m_connected) {
@@ -266,16 +257,16 @@ QCoro::Task<> Live::connectOnce(std::shared_ptr<Run> run, std::chrono::milliseco
     giveUp(renewalStopped, socket);
 }
 
-QCoro::Task<> Live::renew(std::shared_ptr<bool> stopped, std::shared_ptr<LiveSocket> socket,
-                          QDateTime expiry) {
+QCoro::Task<> Live::renew(std::shared_ptr<bool> stopped, std::stop_token runStopped,
+                          std::shared_ptr<LiveSocket> socket, QDateTime expiry) {
     const QPointer<Live> self(this);
     Clock& clock = m_clock;
     const auto connection = m_connection;
     while (true) {
         const double seconds = double(clock.now().msecsTo(expiry)) / 1000.0 - 60.0;
         const double wait = seconds <= 5.0 ? 5.0 : seconds;
-        co_await clock.sleep(std::chrono::milliseconds(qint64(wait * 1000.0)));
-        if (*stopped || !self) {
+        co_await clock.sleep(std::chrono::milliseconds(qint64(wait * 1000.0)), runStopped);
+        if (*stopped || runStopped.stop_requested() || !self) {
             co_return;
         }
         API::LiveConnection renewed;

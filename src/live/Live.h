@@ -20,6 +20,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <stop_token>
 
 namespace live {
 using Boards = QMap<QString, QueueBoard>;
@@ -144,8 +145,8 @@ public:
 private:
     QCoro::Task<> run(std::shared_ptr<Run> run);
     QCoro::Task<> connectOnce(std::shared_ptr<Run> run, std::chrono::milliseconds& delay);
-    QCoro::Task<> renew(std::shared_ptr<bool> stopped, std::shared_ptr<LiveSocket> socket,
-                        QDateTime expiry);
+    QCoro::Task<> renew(std::shared_ptr<bool> stopped, std::stop_token runStopped,
+                        std::shared_ptr<LiveSocket> socket, QDateTime expiry);
     void sendDetached(const QString& type, const QString& topic);
 
     void setConnected(bool connected);

@@ -5,11 +5,17 @@
 struct LiveSocket::Wait {
     LiveSocket* socket;
     bool forOpen;
+    // Into the waiting frame: GCC 12 destroys a member of an aggregate
+    // awaiter once too often when the awaiter is a temporary.
+    const std::stop_token* stop;
 
     bool await_ready() const noexcept {
-        return socket->m_failed || (forOpen ? socket->m_open : !socket->m_inbox.empty());
+        return stop->stop_requested() || socket->m_failed ||
+               (forOpen ? socket->m_open : !socket->m_inbox.empty());
     }
-    void await_suspend(std::coroutine_handle<> handle) noexcept { socket->m_waiter = handle; }
+    bool await_suspend(std::coroutine_handle<> handle) {
+        return socket->m_waiter.arm(handle, *stop);
+    }
     void await_resume() const noexcept {}
 };
 
@@ -49,13 +55,8 @@ LiveSocket::~LiveSocket() {
 }
 
 void LiveSocket::wake() {
-    if (!m_waiter) {
-        return;
-    }
-    const auto handle = std::exchange(m_waiter, nullptr);
     // Resumed from the event loop, never from inside the socket's own signal.
-    QMetaObject::invokeMethod(
-        this, [handle] { handle.resume(); }, Qt::QueuedConnection);
+    m_waiter.resumeLater(this);
 }
 
 void LiveSocket::fail(const QString& why) {
@@ -67,11 +68,14 @@ void LiveSocket::fail(const QString& why) {
     wake();
 }
 
-QCoro::Task<> LiveSocket::open(QNetworkRequest request) {
+QCoro::Task<> LiveSocket::open(QNetworkRequest request, std::stop_token stop) {
     m_socket.open(request);
-    co_await Wait{this, true};
+    co_await Wait{this, true, &stop};
     if (m_failed) {
         throw SocketError(m_failure.toStdString());
+    }
+    if (!m_open) {
+        throw SocketError("stopped");
     }
 }
 
@@ -86,14 +90,14 @@ QCoro::Task<> LiveSocket::send(QString text) {
     co_return;
 }
 
-QCoro::Task<QByteArray> LiveSocket::receive() {
-    co_await Wait{this, false};
+QCoro::Task<QByteArray> LiveSocket::receive(std::stop_token stop) {
+    co_await Wait{this, false, &stop};
     if (!m_inbox.empty()) {
         QByteArray bytes = std::move(m_inbox.front());
         m_inbox.pop_front();
         co_return bytes;
     }
-    throw SocketError(m_failure.toStdString());
+    throw SocketError(m_failed ? m_failure.toStdString() : std::string("stopped"));
 }
 
 void LiveSocket::cancel() {

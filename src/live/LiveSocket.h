@@ -8,15 +8,19 @@
 
 #include <QCoro/QCoroTask>
 
+#include "platform/Resumption.h"
+
 #include <coroutine>
 #include <deque>
 #include <memory>
 #include <stdexcept>
+#include <stop_token>
 
 // One websocket of the live connection, awaited from coroutines: open, send
 // text, receive the next message. Messages that arrive while nobody waits are
 // queued in order. Once the socket has failed or been cancelled every wait
-// fails with SocketError.
+// fails with SocketError; so does a wait whose stop token is stopped, at once,
+// inside the stop request.
 class LiveSocket : public QObject {
     Q_OBJECT
 public:
@@ -31,11 +35,11 @@ public:
     ~LiveSocket() override;
 
     // Starts the handshake and waits until it is done or has failed.
-    QCoro::Task<> open(QNetworkRequest request);
+    QCoro::Task<> open(QNetworkRequest request, std::stop_token stop = {});
     // Sends one text message; fails when the socket is not open.
     QCoro::Task<> send(QString text);
     // The next message's bytes, text or binary alike.
-    QCoro::Task<QByteArray> receive();
+    QCoro::Task<QByteArray> receive(std::stop_token stop = {});
     // Closes with 1001 (going away) and no reason, or drops a handshake in progress.
     void cancel();
 
@@ -53,7 +57,7 @@ private:
 
     QWebSocket m_socket;
     std::deque<QByteArray> m_inbox;
-    std::coroutine_handle<> m_waiter;
+    Resumption m_waiter;
     bool m_open = false;
     bool m_failed = false;
     bool m_cancelled = false;

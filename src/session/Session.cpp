@@ -49,7 +49,9 @@ QCoro::Task<API::LiveConnection> Session::liveConnection(QPointer<Session> sessi
     co_return co_await api->liveConnection();
 }
 
-Session::~Session() = default;
+Session::~Session() {
+    m_ending.request_stop();
+}
 
 QUrl Session::savedServer(const SettingsStore& settings) {
     const auto saved = settings.url(QString::fromLatin1(serverKey));
@@ -431,8 +433,8 @@ QCoro::Task<> Session::loadMoreHistory() {
 
 QCoro::Task<> Session::reloadHistoryAfterCall() {
     QPointer<Session> self(this);
-    co_await m_clock.sleep(historyReloadDelay);
-    if (!self) {
+    co_await m_clock.sleep(historyReloadDelay, m_ending.get_token());
+    if (!self || m_ending.stop_requested()) {
         co_return;
     }
     co_await loadHistory();

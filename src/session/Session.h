@@ -27,6 +27,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stop_token>
 
 class CallStatistics;
 class Phone;
@@ -315,6 +316,8 @@ private:
     SettingsStore& m_settings;
     SecureStore& m_secrets;
     Clock& m_clock;
+    // Requested when the Session ends: a wait on the clock ends with it.
+    std::stop_source m_ending;
 
     State m_state = State::loading;
     std::optional<Me> m_me;

@@ -256,10 +256,36 @@ TEST_F(LiveConnection, StopOnAnOpenSocketClosesItWith1001AndLogsCloseCodeZero) {
     EXPECT_FALSE(live.task());
     ASSERT_TRUE(spinUntil([&] { return peer.closeCodes().size() == 1; }));
     EXPECT_EQ(peer.closeCodes()[0].second, 1001);
-    // The loop ended on the event that the cancel queued, before the peer saw the close.
+    // The loop ended inside stop(), before the peer saw the close.
     const auto log = err.take();
     EXPECT_EQ(log.count("[live] disconnected: "), 1) << log.toStdString();
     EXPECT_TRUE(log.contains("(close code 0), retry in 1.0 seconds\n")) << log.toStdString();
+}
+
+TEST_F(LiveConnection, StopOnAnOpenSocketEndsTheLoopAndTheRenewalInsideTheCall) {
+    StderrCapture err;
+    Live live(peer.connection([this] { return farExpiry(); }), clock);
+    live.start();
+    ASSERT_TRUE(spinUntil([&] { return peer.received().size() == 2; }));
+    // The token's renewal sleeps on the clock.
+    ASSERT_EQ(clock.sleepers(), 1);
+    live.stop();
+    // No turn of the event loop between: both ended inside stop().
+    EXPECT_EQ(clock.sleepers(), 0);
+    EXPECT_EQ(err.take().count("[live] disconnected: "), 1);
+}
+
+TEST_F(LiveConnection, ALiveEndedDuringTheBackOffLeavesNothingAsleep) {
+    {
+        Live live(failing(), clock);
+        live.start();
+        ASSERT_TRUE(spinUntil([&] { return failures == 1; }));
+        ASSERT_TRUE(waiting(live));
+        ASSERT_EQ(clock.sleepers(), 1);
+    }
+    EXPECT_EQ(clock.sleepers(), 0);
+    clock.advance(120s);
+    EXPECT_FALSE(spinUntil([&] { return failures > 1; }, 100ms));
 }
 
 TEST_F(LiveConnection, ATopicAddedDuringTheWaitIsSubscribedOnTheNextSocket) {

@@ -68,3 +68,49 @@ TEST(ManualClock, OneAdvancePastSeveralDeadlinesWakesThemInDeadlineOrder) {
     clock.advance(10s);
     EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
 }
+
+namespace {
+
+QCoro::Task<> sleepThenMarkUnless(Clock& clock, std::chrono::milliseconds wait,
+                                  std::stop_token stop, bool& woke) {
+    co_await clock.sleep(wait, stop);
+    woke = true;
+}
+
+} // namespace
+
+TEST(ManualClock, AStopRequestEndsASleepAtOnceAndLeavesTheOthersAsleep) {
+    ManualClock clock;
+    std::stop_source stopped;
+    bool cut = false, other = false;
+    auto a = sleepThenMarkUnless(clock, 30s, stopped.get_token(), cut);
+    auto b = sleepThenMark(clock, 30s, other);
+    ASSERT_EQ(clock.sleepers(), 2);
+    stopped.request_stop();
+    EXPECT_TRUE(cut);
+    EXPECT_TRUE(a.isReady());
+    EXPECT_EQ(clock.sleepers(), 1);
+    clock.advance(30s);
+    EXPECT_TRUE(other);
+    EXPECT_EQ(clock.sleepers(), 0);
+}
+
+TEST(ManualClock, ASleepUnderAStoppedTokenDoesNotSleep) {
+    ManualClock clock;
+    std::stop_source stopped;
+    stopped.request_stop();
+    bool woke = false;
+    auto task = sleepThenMarkUnless(clock, 30s, stopped.get_token(), woke);
+    EXPECT_TRUE(woke);
+    EXPECT_EQ(clock.sleepers(), 0);
+}
+
+TEST(SystemClock, AStopRequestEndsASleepInsideTheRequestWithoutATurnOfTheEventLoop) {
+    std::stop_source stopped;
+    bool woke = false;
+    auto task = sleepThenMarkUnless(Clock::system(), 1h, stopped.get_token(), woke);
+    EXPECT_FALSE(woke);
+    stopped.request_stop();
+    EXPECT_TRUE(woke);
+    EXPECT_TRUE(task.isReady());
+}
