@@ -1,65 +1,35 @@
 #include "../../integration/phone/TwoCallsLab.h"
 
+#include "QmlWindow.h"
 #include "shell/Application.h"
 #include "shell/AvatarImageProvider.h"
-
-#include <QQmlComponent>
-#include <QQmlEngine>
-#include <QQuickItem>
-#include <QQuickWindow>
-#include <QTest>
 
 #include <gtest/gtest.h>
 
 // A call flow of the directory called from its row, through rz-devserver's
 // own phone system: the flow's extension rings the colleague behind it, who
 // answers.
-namespace {
-
-QQuickItem* findItem(QQuickItem* under, const std::function<bool(QQuickItem*)>& wanted) {
-    QList<QQuickItem*> pending{under};
-    while (!pending.isEmpty()) {
-        QQuickItem* next = pending.takeFirst();
-        if (wanted(next)) {
-            return next;
-        }
-        pending += next->childItems();
-    }
-    return nullptr;
-}
-
-} // namespace
-
 TEST(FlowCall, AFlowsRowCallsItsExtensionAndTheColleagueBehindItAnswers) {
     ASSERT_TRUE(Application::loadFonts());
     TwoCallsLab lab;
     lab.signInAndRegister();
     ASSERT_TRUE(waitFor([&] { return lab.session->hasDirectory(); }, 10000));
 
-    QQmlEngine engine;
-    engine.addImportPath(QStringLiteral("qrc:/"));
-    engine.addImageProvider(AvatarImageProvider::name, new AvatarImageProvider(*lab.session));
-    QQmlComponent component(&engine);
-    component.setData("import QtQuick\nimport Velnor.Screens\n"
-                      "Window {\n id: w\n property QtObject session\n property QtObject phone\n"
-                      " width: 920; height: 900\n color: Theme.windowBackground\n"
-                      " DirectoryView { anchors.fill: parent; session: w.session;"
-                      " phone: w.phone; shell: null }\n}\n",
-                      QUrl(QStringLiteral("qrc:/test/FlowCall.qml")));
-    ASSERT_TRUE(component.isReady()) << component.errorString().toStdString();
-    std::unique_ptr<QQuickWindow> window(
-        qobject_cast<QQuickWindow*>(component.createWithInitialProperties(
-            {{"session", QVariant::fromValue<QObject*>(lab.session.get())},
-             {"phone", QVariant::fromValue<QObject*>(lab.phone.get())}})));
-    ASSERT_NE(window, nullptr) << component.errorString().toStdString();
-    window->show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
+    QmlWindow host;
+    host.engine.addImageProvider(AvatarImageProvider::name,
+                                 new AvatarImageProvider(*lab.session));
+    const QString error = host.show(
+        " property QtObject session\n property QtObject phone\n width: 920; height: 900\n"
+        " DirectoryView { anchors.fill: parent; session: w.session; phone: w.phone; shell: null }",
+        {{"session", QVariant::fromValue<QObject*>(lab.session.get())},
+         {"phone", QVariant::fromValue<QObject*>(lab.phone.get())}});
+    ASSERT_TRUE(error.isEmpty()) << error.toStdString();
 
     // The list is long: the flow's row is brought into view as a person scrolls to it.
     QQuickItem* list = nullptr;
     ASSERT_TRUE(waitFor(
         [&] {
-            list = findItem(window->contentItem(), [](QQuickItem* i) {
+            list = host.find([](QQuickItem* i) {
                 return i->objectName() == "directoryList" && i->isVisible();
             });
             return list != nullptr;
@@ -81,9 +51,7 @@ TEST(FlowCall, AFlowsRowCallsItsExtensionAndTheColleagueBehindItAnswers) {
     QQuickItem* button = findItem(
         flow, [](QQuickItem* i) { return i->objectName() == "rowCallButton" && i->isVisible(); });
     ASSERT_NE(button, nullptr);
-    QTest::mouseClick(
-        window.get(), Qt::LeftButton, {},
-        button->mapToScene(QPointF(button->width() / 2, button->height() / 2)).toPoint());
+    host.click(button);
 
     // Chloé answers; the phone system shows the flow's call connected to her.
     ASSERT_TRUE(waitFor(
