@@ -202,7 +202,7 @@ int idleRun() {
     if (!waitFor(
             [&] {
                 try {
-                    server.control("GET", "phone/ready");
+                    server.phoneReady();
                     return true;
                 } catch (const std::exception&) {
                     return false;

@@ -79,10 +79,10 @@ QUrl DevServer::url(const QString& path) const {
 }
 
 nlohmann::json DevServer::control(const QByteArray& method, const QString& path,
-                                  const nlohmann::json& body) {
+                                  const nlohmann::json& body, std::chrono::milliseconds bound) {
     const QByteArray bytes = body.is_null() ? QByteArray() : QByteArray::fromStdString(body.dump());
     const auto result = httpRequest(m_network, method, url("_control/" + path), bytes,
-                                    {{"Content-Type", "application/json"}});
+                                    {{"Content-Type", "application/json"}}, bound);
     if (result.status < 200 || result.status > 299) {
         throw std::runtime_error("control " + method.toStdString() + " " + path.toStdString() +
                                  " gave " + std::to_string(result.status) + ": " +

@@ -45,7 +45,15 @@ public:
 
     // A request to the control interface; throws unless the answer is 2xx.
     nlohmann::json control(const QByteArray& method, const QString& path,
-                           const nlohmann::json& body = nullptr);
+                           const nlohmann::json& body = nullptr,
+                           std::chrono::milliseconds bound = std::chrono::seconds(10));
+    // Waits for the phone system of --phone (registrar, relay, parties) to be
+    // up, and gives its status. Its start makes certificates and sounds and
+    // starts daemons: on a loaded machine, or in an instrumented build, that
+    // outlasts a request's usual bound.
+    nlohmann::json phoneReady() {
+        return control("GET", "phone/ready", nullptr, std::chrono::seconds(30));
+    }
 
     static QString program();
 

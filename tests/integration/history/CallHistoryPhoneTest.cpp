@@ -17,7 +17,7 @@ public:
                  "set-default-sink speaker", "set-default-source mic"}),
           server({"--auto-approve", "u-001", "--phone", "--state", dir.path()}) {
         qputenv("GSETTINGS_BACKEND", "memory");
-        const auto ready = server.control("GET", "phone/ready");
+        const auto ready = server.phoneReady();
         settings.setUrl("rz.server", server.url());
         settings.setText("sip.caFile", QString::fromStdString(ready.at("caFile")));
         phone = std::make_unique<Phone>(settings, std::make_shared<PulseBackend>());

@@ -36,7 +36,7 @@ public:
             eds = std::make_unique<EdsLab>(bus);
         }
         // The phone system takes a moment after the server listens.
-        const auto ready = server.control("GET", "phone/ready");
+        const auto ready = server.phoneReady();
         settings.setUrl("rz.server", server.url());
         settings.setText("sip.caFile", QString::fromStdString(ready.at("caFile")));
         PulseBackend::Options options;

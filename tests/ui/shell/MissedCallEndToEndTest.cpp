@@ -24,7 +24,7 @@ protected:
         QDeadlineTimer ready(30000);
         for (;;) {
             try {
-                server.control("GET", "phone/ready");
+                server.phoneReady();
                 break;
             } catch (const std::exception& error) {
                 ASSERT_FALSE(ready.hasExpired()) << error.what();

@@ -51,7 +51,7 @@ WavData bursts(double seconds) {
 class TestCall : public ScreenHost {
 protected:
     TestCall() : server{{"--auto-approve", "u-001", "--phone", "--state", dir.path()}} {
-        const auto ready = server.control("GET", "phone/ready");
+        const auto ready = server.phoneReady();
         settings.setUrl("rz.server", server.url());
         settings.setText("sip.caFile", QString::fromStdString(ready.at("caFile")));
     }

@@ -206,7 +206,7 @@ class VoicemailOnThePhoneSystem : public VoicemailPlayback {
 protected:
     VoicemailOnThePhoneSystem() : VoicemailPlayback("u-002", {"--phone", "--no-answer-s", "40"}) {}
 
-    void SetUp() override { server.control("GET", "phone/ready"); }
+    void SetUp() override { server.phoneReady(); }
 };
 
 } // namespace

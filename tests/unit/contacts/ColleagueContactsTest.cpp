@@ -1,13 +1,11 @@
 #include "contacts/ColleagueContacts.h"
 #include "contacts/ColleagueExport.h"
+#include "platform/Clock.h"
 
 #include "MemoryContactStore.h"
 #include "RunTask.h"
 
 #include <QSignalSpy>
-#include <QTimer>
-
-#include <QCoro/QCoroSignal>
 
 #include <gtest/gtest.h>
 
@@ -51,20 +49,14 @@ protected:
             ++loading;
             overlapped = overlapped || loading > 1;
             loads.append(ref.url);
-            co_await qCoro(this->timerFor(), &QTimer::timeout);
+            // A turn of the event loop for each picture.
+            co_await Clock::system().sleep(std::chrono::milliseconds(1));
             --loading;
             if (!pictures.contains(ref.url)) {
                 co_return std::nullopt;
             }
             co_return pictures.value(ref.url);
         };
-    }
-    // A turn of the event loop for each picture; the timers go with the object.
-    QTimer* timerFor() {
-        auto* timer = new QTimer(colleagues.get());
-        timer->setSingleShot(true);
-        timer->start(1);
-        return timer;
     }
     ColleagueContacts::Map map() { return settings.dictionary("colleagues.export.map").value(); }
     MemoryBook::Contact contactOf(const QString& directoryId) {
