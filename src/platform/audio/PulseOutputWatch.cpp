@@ -43,6 +43,27 @@ PulseOutputWatch::~PulseOutputWatch() {
         m_followUp = nullptr;
     }
     m_context->unlisten(m_listening);
+    for (pa_operation* op : m_asking) {
+        if (pa_operation_get_state(op) == PA_OPERATION_RUNNING) {
+            pa_operation_cancel(op);
+        }
+        pa_operation_unref(op);
+    }
+    m_asking.clear();
+}
+
+void PulseOutputWatch::keep(pa_operation* op) {
+    if (op == nullptr) {
+        return;
+    }
+    std::erase_if(m_asking, [](pa_operation* held) {
+        if (pa_operation_get_state(held) == PA_OPERATION_RUNNING) {
+            return false;
+        }
+        pa_operation_unref(held);
+        return true;
+    });
+    m_asking.push_back(op);
 }
 
 void PulseOutputWatch::askAgainLater() {
@@ -102,9 +123,7 @@ void PulseOutputWatch::ask() {
             self->record(sink);
         },
         this);
-    if (op != nullptr) {
-        pa_operation_unref(op);
-    }
+    keep(op);
 }
 
 void PulseOutputWatch::askDefault() {
@@ -130,14 +149,10 @@ void PulseOutputWatch::askDefault() {
                     self->record(eol == 0 ? sink : nullptr);
                 },
                 self);
-            if (sinkOp != nullptr) {
-                pa_operation_unref(sinkOp);
-            }
+            self->keep(sinkOp);
         },
         this);
-    if (op != nullptr) {
-        pa_operation_unref(op);
-    }
+    keep(op);
 }
 
 void PulseOutputWatch::record(const pa_sink_info* sink) {

@@ -3,8 +3,10 @@
 #include <atomic>
 #include <memory>
 #include <string>
+#include <vector>
 
 class PulseContext;
+struct pa_operation;
 struct pa_sink_info;
 struct pa_time_event;
 
@@ -33,11 +35,15 @@ private:
     void askDefault();
     void askAgainLater();
     void record(const pa_sink_info* sink);
+    // Holds a question in flight, so that the watch's end can cancel it: its
+    // answer would otherwise reach a watch that is gone.
+    void keep(pa_operation* op);
 
     std::shared_ptr<PulseContext> m_context;
     std::string m_sink; // guarded by the loop's lock
     int m_listening = 0;
     pa_time_event* m_followUp = nullptr;
+    std::vector<pa_operation*> m_asking; // guarded by the loop's lock
     std::atomic<bool> m_builtIn{false};
     std::atomic<int> m_answers{0};
 };
