@@ -167,12 +167,14 @@ Latency measureLatency(const VoiceSettings& settings) {
 
 // Far-end speech played through a room (the speaker's monitor looped back into
 // the microphone) and what reaches the call, with or without voice processing.
+// The loopback's rate is held, as in the room test.
 double roomEnergy(const std::vector<std::int16_t>& far, const VoiceSettings& settings,
                   bool voiceProcessing) {
     PulseAudioServer server(
         {"load-module module-null-sink sink_name=speaker rate=48000 channels=1 norewinds=1",
          "load-module module-null-sink sink_name=room rate=48000 channels=1 norewinds=1",
-         "load-module module-loopback source=speaker.monitor sink=room latency_msec=30",
+         "load-module module-loopback source=speaker.monitor sink=room latency_msec=30 "
+         "adjust_time=0",
          "set-default-sink speaker", "set-default-source room.monitor"});
     PulseBackend::Options options;
     options.voiceProcessing = voiceProcessing;
