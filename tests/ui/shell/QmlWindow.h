@@ -24,6 +24,11 @@ inline QQuickItem* findItem(QQuickItem* under, const std::function<bool(QQuickIt
     return nullptr;
 }
 
+// Where a click at the item's middle lands in its window.
+inline QPoint centreInScene(QQuickItem* target) {
+    return target->mapToScene(QPointF(target->width() / 2, target->height() / 2)).toPoint();
+}
+
 // A window of the screens module made of a few lines of QML, for tests that
 // bring their own app parts (a session and phone of a lab) rather than a
 // whole Application. Its body names the window `w`; `properties` are set on
@@ -42,7 +47,8 @@ public:
         if (!component.isReady()) {
             return component.errorString();
         }
-        window.reset(qobject_cast<QQuickWindow*>(component.createWithInitialProperties(properties)));
+        window.reset(
+            qobject_cast<QQuickWindow*>(component.createWithInitialProperties(properties)));
         if (!window) {
             return component.errorString();
         }
@@ -61,9 +67,7 @@ public:
     }
 
     void click(QQuickItem* target) {
-        QTest::mouseClick(
-            window.get(), Qt::LeftButton, {},
-            target->mapToScene(QPointF(target->width() / 2, target->height() / 2)).toPoint());
+        QTest::mouseClick(window.get(), Qt::LeftButton, {}, centreInScene(target));
     }
 
     QQmlEngine engine;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "QmlWindow.h"
 #include "shell/Application.h"
 
 #include <QAccessible>
@@ -124,12 +125,8 @@ protected:
     }
 
     QQuickItem* item(const char* name) const {
-        for (QQuickItem* candidate : allItems()) {
-            if (candidate->objectName() == QLatin1String(name)) {
-                return candidate;
-            }
-        }
-        return nullptr;
+        return findItem(window->contentItem(),
+                        [&](QQuickItem* i) { return i->objectName() == QLatin1String(name); });
     }
 
     // A visible item showing exactly this text.
@@ -143,9 +140,7 @@ protected:
         return nullptr;
     }
 
-    QPoint centreOf(QQuickItem* target) const {
-        return target->mapToScene(QPointF(target->width() / 2, target->height() / 2)).toPoint();
-    }
+    QPoint centreOf(QQuickItem* target) const { return centreInScene(target); }
 
     void click(QQuickItem* target) {
         ASSERT_NE(target, nullptr);
