@@ -340,8 +340,8 @@ int main(int argc, char** argv) {
     print("erle_db_1s", a.erleSecondDb);
     print("doubletalk_near_change_db", a.nearChangeDb);
 
-    // The same speech through PulseAudio and a looped-back room, the echo delay
-    // taken from the streams' measured latencies; without voice processing,
+    // The same speech through PulseAudio and a looped-back room, the devices'
+    // delay taken from the streams' measured latencies; without voice processing,
     // twice, so that the difference shows what the measurement itself wanders.
     std::vector<std::int16_t> far;
     for (float v : scene.far) {
@@ -356,7 +356,7 @@ int main(int argc, char** argv) {
     const EngineCallFigures engineCall = measureEngineCall(std::chrono::seconds(60));
     print("render_allocations", double(engineCall.renderAllocations));
 
-    // The canceller told a delay 40 ms off the true 150 ms, either way; the worse.
+    // The devices' latencies 40 ms off the true 150 ms, either way; the worse.
     const EchoFigures early = measureEcho(scene, echoTuned, 110);
     const EchoFigures late = measureEcho(scene, echoTuned, 190);
     print("erle_db_steady_delay_off_40ms", std::min(early.erleSteadyDb, late.erleSteadyDb));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "audio/AudioBackend.h"
+#include "audio/EchoDelayTracker.h"
 #include "audio/SampleRing.h"
 
 #include <atomic>
@@ -27,6 +28,9 @@ struct VoiceSettings {
     bool gainControl = true;
     // Added to the delay measured from the device latencies.
     int delayOffsetMs = 0;
+    // Tell the canceller where the echo was found in the microphone, rather
+    // than the devices' latencies, once it has been found.
+    bool trackEchoDelay = false;
 
     // Every component with the library's own defaults: the baseline.
     static VoiceSettings libraryDefaults() { return {}; }
@@ -37,7 +41,8 @@ struct VoiceSettings {
 // Echo cancellation, noise suppression and gain control at 16 kHz in 10 ms
 // chunks. What is played reaches it through a lock-free ring from the render
 // thread; the capture thread feeds that reference in just before each
-// microphone chunk, with the echo delay measured from the device latencies.
+// microphone chunk, with the echo delay measured from the device latencies
+// or, once found, where the echo lies in the microphone.
 class VoiceProcessor {
 public:
     static constexpr int rate = 16000;
@@ -78,6 +83,7 @@ private:
     std::vector<float> m_outChunk;
     std::atomic<int> m_deviceDelayMs{0};
     std::atomic<int> m_reportedDelayMs{0};
+    std::optional<EchoDelayTracker> m_tracker;
     std::size_t m_farChunks = 0; // chunks of far-end sound fed so far
     bool m_learning = false;
 };

@@ -430,9 +430,9 @@ std::shared_ptr<FakeCall> callThroughTheRoom(PulseAudioServer& server, bool voic
     PulseBackend::Options options;
     options.voiceProcessing = voiceProcessing;
     options.voice.gainControl = false; // it would move the level the test compares
-    // The delay comes from the streams' measured latencies alone. The room's
-    // loopback adds some 30 ms more that a real room does not; telling the
-    // canceller too little is what it forgives best.
+    // The streams' measured latencies miss the 30 ms the room's loopback adds:
+    // the canceller is told them only until the echo has been found in the
+    // microphone.
     auto backend = std::make_shared<PulseBackend>(options);
     auto audio = CallAudio::make(backend);
     auto call = std::make_shared<FakeCall>(far);

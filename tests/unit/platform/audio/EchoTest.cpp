@@ -21,16 +21,15 @@ TEST(EchoCancellation, TheEchoGoesDeepAndFastAndTheNearEndStaysInDoubleTalk) {
     EXPECT_GT(tuned.erleEarlyDb, 20.0);
     EXPECT_GT(tuned.erleSecondDb, 30.0);
     EXPECT_GT(tuned.erleSteadyDb, 35.0);
-    // Moderate suppression ducks the near end more than the defaults' -4 dB; it
-    // is what keeps a real room's echo down.
-    EXPECT_GT(tuned.nearChangeDb, -6.0);
+    // The local talker loses no more than 3 dB while the far end talks too.
+    EXPECT_GE(tuned.nearChangeDb, -3.0);
     // Against the library's defaults: faster and as deep.
     EXPECT_GE(tuned.erleEarlyDb, plain.erleEarlyDb);
     EXPECT_GE(tuned.erleSecondDb, plain.erleSecondDb - 1.0);
     EXPECT_GT(tuned.erleSteadyDb, plain.erleSteadyDb - 1.0);
 }
 
-TEST(EchoCancellation, TheEchoStaysCancelledWhenTheDelayToldIs40msOffEitherWay) {
+TEST(EchoCancellation, TheEchoStaysCancelledWhenTheDevicesLatencyIs40msOffEitherWay) {
     const EchoScene scene = makeEchoScene(150);
     const VoiceSettings settings = withoutGain(VoiceSettings::tuned());
     const EchoFigures early = measureEcho(scene, settings, 110);
@@ -39,13 +38,24 @@ TEST(EchoCancellation, TheEchoStaysCancelledWhenTheDelayToldIs40msOffEitherWay) 
     EXPECT_GE(late.erleSteadyDb, 25.0);
 }
 
-TEST(EchoCancellation, TheReportedDelayDecides) {
+TEST(EchoCancellation, TheCancellerIsToldWhereTheEchoWasFoundWhateverTheDevicesSay) {
+    // The room's strongest path comes back 170 ms after the far end is fed
+    // (its first sound at 150 ms), and the delay is told 20 ms early.
     const EchoScene scene = makeEchoScene(150);
     const VoiceSettings settings = withoutGain(VoiceSettings::tuned());
-    const EchoFigures right = measureEcho(scene, settings, 150);
-    const EchoFigures none = measureEcho(scene, settings, 0);
-    EXPECT_GE(right.reportedDelayMs, 140);
-    EXPECT_LE(right.reportedDelayMs, 160);
+    for (int devicesMs : {0, 150, 400}) {
+        SCOPED_TRACE(devicesMs);
+        const EchoFigures figures = measureEcho(scene, settings, devicesMs);
+        EXPECT_GE(figures.reportedDelayMs, 145);
+        EXPECT_LE(figures.reportedDelayMs, 155);
+        EXPECT_GE(figures.erleSteadyDb, 35.0);
+    }
+    // Without looking for it, what the devices say decides.
+    VoiceSettings blind = settings;
+    blind.trackEchoDelay = false;
+    const EchoFigures right = measureEcho(scene, blind, 150);
+    const EchoFigures none = measureEcho(scene, blind, 0);
+    EXPECT_EQ(none.reportedDelayMs, 0);
     EXPECT_GT(right.erleSteadyDb, none.erleSteadyDb + 10.0);
 }
 
