@@ -341,19 +341,28 @@ void Client::dropUntrustedConnection(const std::string& why) {
                 "%s was closed; registering again",
                 why.c_str(), serverName().c_str()));
     // Flushing takes the transport down with its connections; the
-    // registration opens it again.
+    // registration opens it again. The connection's watch goes first: its
+    // loss is already being dealt with.
+    m_connectionWatch = static_cast<struct sip_keepalive*>(mem_deref(m_connectionWatch));
     sip_transp_flush(m_sip);
     m_transportOpen = false;
     registerOnNewConnection();
 }
 
 void Client::registerOnNewConnection() {
+    // A second REGISTER sent now would take the first one's place while its
+    // answer is on the way, and the registrar would see two.
+    if (m_newConnectionPending) {
+        return;
+    }
+    m_newConnectionPending = true;
     // The watch is spent; the next registration's answer starts a new one.
     Loop::instance().post([weak = weak_from_this()] {
         auto client = weak.lock();
         if (!client || client->m_stopping || !client->m_sip) {
             return;
         }
+        client->m_newConnectionPending = false;
         client->m_connectionWatch =
             static_cast<struct sip_keepalive*>(mem_deref(client->m_connectionWatch));
         tmr_cancel(&client->m_registerTimer);

@@ -129,6 +129,9 @@ private:
     struct sip_request* m_registerRequest = nullptr;
     struct sip_auth* m_registerAuth = nullptr;
     struct sip_keepalive* m_connectionWatch = nullptr; // on the registration's connection
+    // A registration on a new connection is on its way: one lost connection
+    // often tells twice (the message that could not be read, then the reset).
+    bool m_newConnectionPending = false;
     struct tmr m_keepaliveTimer;
     struct sa m_registrar {};
     struct sa m_serverAddress {}; // where the server's name led, once resolved
