@@ -5,7 +5,6 @@
 #include "Services.h"
 
 #include <QSignalSpy>
-#include <QTimer>
 
 #include <QCoro/QCoroSignal>
 
@@ -30,10 +29,17 @@ Directory::Entry colleague(const QString& id, const QString& name, const QString
     return entry;
 }
 
-// A picture that arrives only when the gate's timer fires, so that the
-// export can be seen while it runs.
-QCoro::Task<std::optional<QByteArray>> pictureAfter(QTimer* gate) {
-    co_await qCoro(gate, &QTimer::timeout);
+// Opened by the test when it has seen what it wanted to see.
+class Gate : public QObject {
+    Q_OBJECT
+signals:
+    void opened();
+};
+
+// A picture that arrives only when the gate opens, so that the export can be
+// seen while it runs.
+QCoro::Task<std::optional<QByteArray>> pictureAfter(Gate* gate) {
+    co_await qCoro(gate, &Gate::opened);
     co_return QByteArray("\xff\xd8\xff\xe0 a picture", 14);
 }
 
@@ -81,8 +87,7 @@ TEST_F(ColleaguesRowWithBook, OffItShowsTheSwitchAndTheFooterOnly) {
 
 TEST_F(ColleaguesRowWithBook, WhileExportingItSaysUpdatingAndThenCountsTheColleagues) {
     showRow(false);
-    QTimer gate;
-    gate.setSingleShot(true);
+    Gate gate;
     const QList<Directory::Entry> users{colleague("u-1", "Own Self", "+49 30 1000", false),
                                         colleague("u-2", "Anna Berg", "+49 30 2000", true),
                                         colleague("u-3", "Dana Roth", "+49 30 3000", false)};
@@ -95,7 +100,7 @@ TEST_F(ColleaguesRowWithBook, WhileExportingItSaysUpdatingAndThenCountsTheCollea
     screenshot("colleagues-updating-light");
     setDark(true);
     screenshot("colleagues-updating-dark");
-    gate.start(0);
+    QMetaObject::invokeMethod(&gate, &Gate::opened, Qt::QueuedConnection);
     runTask(std::move(switching), std::chrono::seconds(30));
     EXPECT_FALSE(app().colleagues().syncing());
     EXPECT_EQ(status()->property("text").toString(), "2 colleagues");
@@ -139,3 +144,5 @@ TEST_F(ColleaguesRow, SwitchedOnWithoutTheAddressBookTheToggleStaysOffWithTheSen
         screenshot(dark ? "colleagues-error-dark" : "colleagues-error-light");
     }
 }
+
+#include "ColleaguesToggleTest.moc"
