@@ -41,15 +41,17 @@ bool bindable(int type, quint16 port) {
 }
 
 // A loopback port free for TCP and UDP, with the three after it free for UDP
-// (RTCP, and sipp's second media port two above), from 10000-19999: below
-// media ports and the kernel's ephemeral range.
+// (RTCP, and sipp's second media port two above) and the one after it for TCP
+// (baresip's TLS), from 10000-19999: below media ports and the kernel's
+// ephemeral range.
 quint16 freePort() {
     static std::set<quint16> given;
     static int next = 4 * int(QRandomGenerator::global()->bounded(2500));
     for (int attempt = 0; attempt < 2500; ++attempt) {
         const auto port = quint16(10000 + next);
         next = (next + 4) % 10000;
-        bool free = !given.contains(port) && bindable(SOCK_STREAM, port);
+        bool free = !given.contains(port) && bindable(SOCK_STREAM, port) &&
+                    bindable(SOCK_STREAM, quint16(port + 1));
         for (int i = 0; free && i < 4; ++i)
             free = bindable(SOCK_DGRAM, quint16(port + i));
         if (!free)

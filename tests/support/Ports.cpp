@@ -42,9 +42,11 @@ std::uint16_t freeLoopbackPort() {
     for (int attempt = 0; attempt < count; ++attempt) {
         const auto port = std::uint16_t(first + next);
         next = (next + 2) % count;
-        // Media may use the port after, as RTP and RTCP do.
+        // Media may use the port after, as RTP and RTCP do; and baresip listens
+        // for TLS on the port after its SIP port.
+        const auto after = std::uint16_t(port + 1);
         if (given.count(port) || !bindable(SOCK_STREAM, port) || !bindable(SOCK_DGRAM, port) ||
-            !bindable(SOCK_DGRAM, std::uint16_t(port + 1))) {
+            !bindable(SOCK_DGRAM, after) || !bindable(SOCK_STREAM, after)) {
             continue;
         }
         given.insert(port);
