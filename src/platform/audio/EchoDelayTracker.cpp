@@ -35,14 +35,13 @@ constexpr float preEmphasis = 0.9f;
 
 } // namespace
 
-EchoDelayTracker::EchoDelayTracker(int maxDelayMs)
-    : m_lags(std::max(1, maxDelayMs) * lowRate / 1000), m_margin(lowRate / 20) {
-    const std::size_t window = std::size_t(m_lags + 2 * m_margin);
+EchoDelayTracker::EchoDelayTracker(int maxDelayMs) {
+    const auto window = std::size_t(std::max(1, maxDelayMs) * lowRate / 1000 + 2 * margin);
     m_far.reserve(2 * (window + 4 * lowChunk));
     m_sums.assign(window, 0.0);
 }
 
-void EchoDelayTracker::lower(const float* samples, float& previous, float* out) const {
+void EchoDelayTracker::lower(const float* samples, float& previous, float* out) {
     for (int i = 0; i < lowChunk; ++i) {
         float sum = 0;
         for (int j = 0; j < decimation; ++j) {
@@ -76,7 +75,7 @@ void EchoDelayTracker::far(const float* samples) {
 }
 
 void EchoDelayTracker::rebase(std::int64_t relative) {
-    m_base = relative - m_margin;
+    m_base = relative - margin;
     std::fill(m_sums.begin(), m_sums.end(), 0.0);
     m_offset.reset();
     m_candidate.reset();
@@ -93,7 +92,7 @@ void EchoDelayTracker::near(const float* samples) {
     // Near minus far count: moves with how unevenly the far end arrives, and
     // jumps when a stream starts again.
     const std::int64_t relative = m_nearCount - m_farCount;
-    if (!m_base || std::abs(relative - (*m_base + m_margin)) > m_margin / 2) {
+    if (!m_base || std::abs(relative - (*m_base + margin)) > margin / 2) {
         rebase(relative);
     }
     m_lastRelative = relative;

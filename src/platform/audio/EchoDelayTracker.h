@@ -38,19 +38,16 @@ public:
     // The delay to tell the canceller for the chunk last given to near(), once
     // the echo has been found.
     std::optional<int> delayMs() const;
-    // Whether the echo has been found at all.
-    bool found() const { return m_offset.has_value(); }
 
 private:
     static constexpr int lowRate = rate / decimation;
     static constexpr int lowChunk = chunk / decimation;
+    static constexpr int margin = lowRate / 20; // lags before delay zero and after the largest
 
-    void lower(const float* samples, float& previous, float* out) const;
+    static void lower(const float* samples, float& previous, float* out);
     void rebase(std::int64_t relative);
     void locate();
 
-    const int m_lags;             // lags searched, at the low rate
-    const int m_margin;           // lags before delay zero and after the largest delay
     std::vector<float> m_far;     // far end at the low rate, oldest first
     std::int64_t m_farStart = 0;  // low-rate index of m_far[0]
     std::int64_t m_farCount = 0;  // low-rate samples of far end so far
